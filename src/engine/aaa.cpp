@@ -1,0 +1,367 @@
+// The command table and the command loop.
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+
+#include "data/data.h"
+#include "engine/commands.h"
+#include "engine/files.h"
+#include "engine/input.h"
+#include "engine/options.h"
+#include "engine/output.h"
+#include "engine/run.h"
+#include "engine/set.h"
+#include "engine/text_commands.h"
+#include "expr/expr.h"
+#include "platform/signals.h"
+#include "regress/regress.h"
+
+namespace korvel {
+namespace {
+
+constexpr CommandRow row(std::string_view word, Handler handler = nullptr, Tail tail = Tail::List) {
+  return {word, handler, tail};
+}
+constexpr CommandRow loop(std::string_view word, Tail tail = Tail::Raw, bool in_scan = true) {
+  return {word, nullptr, tail, in_scan, true};
+}
+
+}  // namespace
+
+constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
+    loop("MENU"),
+    row("GENR", GENC, Tail::Raw),
+    row("READ", READX),
+    row("PRINT", PRINTX),
+    row("WRITE"),
+    row("OLSQ", OLS),
+    {"SET", SETDIS, Tail::Options, true},
+    {"DISPLAY", SETDIS, Tail::Words, true},
+    loop("STOP", Tail::Words),
+    row("IF", GENC, Tail::Raw),
+    row("SKIPIF", GENC, Tail::Raw),
+    row("SAMPLE", SMPL, Tail::Words),
+    row("DO", nullptr, Tail::Raw),
+    loop("RESTRICT"),
+    row("TEST", nullptr, Tail::Raw),
+    row("EXECUTE", nullptr, Tail::Words),
+    loop("END"),
+    row("HELP", nullptr, Tail::Raw),
+    row("NAMES", DUMPIT),
+    loop("LAMBDA"),
+    loop("FORMAT"),
+    row("DIMENSIO", DIMEN, Tail::Words),
+    row("DUMP", DUMPIT),
+    row("ENDO", nullptr, Tail::Raw),
+    row("DELETE", DELETX),
+    row("AUTO"),
+    row("STATS"),
+    row("PLOTS"),
+    row("POOL"),
+    row("GLS"),
+    row("RENAME", RENAMX, Tail::Words),
+    row("COMPRESS", SAVEX),
+    loop("TITLE"),
+    row("TIME", SMPL, Tail::Words),
+    row("SORT"),
+    row("REWIND", nullptr, Tail::Words),
+    row("GAMES", nullptr, Tail::Raw),
+    row("CHECKOUT", nullptr, Tail::Raw),
+    row("MATRIX", nullptr, Tail::Raw),
+    row("GEN1", GENC, Tail::Raw),
+    row("DISTRIB"),
+    row("COPY"),
+    row("BOX"),
+    row("2SLS"),
+    row("SAVE"),
+    row("RESTORE"),
+    row("SPREAD", nullptr, Tail::Raw),
+    loop("PARM", Tail::Words, false),
+    row("FCAST"),
+    row("SYSTEM", nullptr, Tail::Raw),
+    row("LIST", PRINTX),
+    row("NLINEAR", nullptr, Tail::Raw),
+    row("DLAGS"),
+    row("INDEX"),
+    row("PROBIT"),
+    row("LOGIT"),
+    row("TOBIT"),
+    row("MLE"),
+    loop("EQ"),
+    loop("COEFFICI"),
+    loop("LAGS"),
+    row("ENDIF", GENC, Tail::Raw),
+    row("FILE", nullptr, Tail::Raw),
+    loop("SIZE", Tail::Words, false),
+    row("PCOMPONE"),
+    row("DEMONSTR", nullptr, Tail::Raw),
+    loop("PAUSE"),
+    row("USER", nullptr, Tail::Raw),
+    row("DIAGNOSE"),
+    row("INSTRUME"),
+    row("TABLES", nullptr, Tail::Raw),
+    row("ARIMA"),
+    row("GOTO", nullptr, Tail::Words),
+    row("BAYES"),
+    row("CONFIDEN"),
+    row("SMPL", SMPL, Tail::Words),
+    row("ROBUST"),
+    row("INQUIRE", nullptr, Tail::Raw),
+    row("HETERO"),
+    row("PROCEDUR", nullptr, Tail::Words),
+    row("PROCEND", nullptr, Tail::Raw),
+    loop("ENDOGENO"),
+    loop("EXOGENOU"),
+    loop("LAGGED"),
+    row("DERIVATI", GENC, Tail::Raw),
+    row("INTEGRAT", GENC, Tail::Raw),
+    loop("IDENTITY"),
+    loop("KORVEDIT"),
+    loop("QUIT", Tail::Words),
+    loop("EXIT", Tail::Words),
+    row("IMLS", OLS),
+    row("COINTEGR"),
+    row("CONVERT", nullptr, Tail::Raw),
+    row("IF1", GENC, Tail::Raw),
+    row("LP", nullptr, Tail::Raw),
+    row("NONPAR"),
+    row(""),
+    row("GME"),
+    row("FLS"),
+    row(""),
+    row("VAR"),
+    row("FUZZY"),
+    row("CALLOPTI"),
+    row("PUTOPTIO"),
+    row("PORTFOLI"),
+    row("STOCKGRA"),
+    loop("TIMEFMT"),
+    loop("AXISFMT"),
+    row("GRAPH"),
+    row("SMOOTH"),
+    {"RESET", RESET, Tail::Raw, true},
+    row("korvel1", nullptr, Tail::Raw),
+    row("korvel2", nullptr, Tail::Raw),
+    row("korvel3", nullptr, Tail::Raw),
+    row("korvel4", nullptr, Tail::Raw),
+    loop("NAMEFMT"),
+    row("QP", nullptr, Tail::Raw),
+}};
+constinit const std::array<CommandRow, NCOMMANDS> COMMANDS = TABLE;
+
+static_assert(TABLE[K_OLSQ - 1].word == "OLSQ" && TABLE[K_DIMENSIO - 1].word == "DIMENSIO" &&
+              TABLE[K_GEN1 - 1].word == "GEN1" && TABLE[K_FILE - 1].word == "FILE" &&
+              TABLE[K_SMPL - 1].word == "SMPL" && TABLE[K_IMLS - 1].word == "IMLS" &&
+              TABLE[K_IF1 - 1].word == "IF1" && TABLE[K_NAMEFMT - 1].word == "NAMEFMT");
+
+int find_command(std::string_view word) {
+  if (word.empty()) return 0;
+  for (int i = 0; i < NCOMMANDS; ++i) {
+    const std::string_view entry = TABLE[static_cast<std::size_t>(i)].word;
+    if (entry.empty()) continue;
+    const bool whole = OSCOM.OLONG || word.size() >= KEYLEN;
+    if (whole ? entry == word : entry.substr(0, word.size()) == word) return i + 1;
+  }
+  return 0;
+}
+
+namespace {
+
+// Order of the menu: alphabetical by the words as they are shown, then the later rows as they
+// stand.
+constexpr std::array<int, 77> MENUORDER = {
+    72, 26, 74, 43, 38, 60, 32, 75, 42, 25, 66, 69, 22, 8,  41, 53, 13, 23, 17, 62,
+    24, 59, 16, 49, 63, 21, 2,  40, 37, 30, 73, 18, 10, 54, 70, 61, 20, 51, 56, 47,
+    39, 1,  58, 19, 52, 6,  48, 67, 65, 28, 29, 4,  55, 3,  31, 46, 14, 36, 77, 12,
+    45, 7,  64, 11, 76, 35, 27, 9,  50, 71, 15, 34, 33, 57, 68, 5,  44};
+constexpr int MENUCOLUMNS = 6;
+constexpr double MOSTVARS = LIMVAR / 100.0;  // SIZE beyond it would only fill memory with names
+
+// Commands that need data, in the sense of the menu's mark: all that work on variables or a sample.
+bool usable_now(int ikod) {
+  if (DATCOM.NVARS > 0) return true;
+  const CommandRow& r = TABLE[static_cast<std::size_t>(ikod - 1)];
+  switch (ikod) {
+    case K_GENR:
+    case K_IF:
+    case K_SKIPIF:
+    case K_ENDIF:
+    case K_WRITE:
+    case K_STATS:
+    case K_FCAST:
+    case K_DELETE:
+    case K_RENAME:
+    case K_COMPRESS:
+    case K_NAMES:
+      return false;
+    default:
+      return r.tail != Tail::List || ikod == K_READ || ikod == K_RESTORE;
+  }
+}
+
+void ignored() { error_line(" ...ERROR..ABOVE COMMAND WILL BE IGNORED"); }
+
+// PAR n: a new data area of n kilobytes. Without a number: what is in force. True: leave the loop.
+bool set_par(Workspace ws) {
+  if (SCNCOM.NWORDS == 0) {
+    say<"(' ...NOTE..PAR IS ', I0, ' MAXIMUM VARIABLES IS', I8)">(RUNCOM.par, DATCOM.MAXVAR);
+    return false;
+  }
+  const Scalar value = scalar_value(ws, TOKCOM.token[1].text);
+  if (!value.ok) return false;
+  if (!(value.value >= 0 && value.value < 1e15)) {
+    fail(" ...ERROR..SYNTAX ERROR");
+    return false;
+  }
+  RUNCOM.settings.par = value.value < 1 ? RUNCOM.par : static_cast<std::int64_t>(value.value);
+  say<"(' PAR IS NOW SET AT', I12)">(RUNCOM.settings.par);
+  return true;
+}
+
+// SIZE n: room for n variables, only as the first command of a run. True: leave the loop.
+bool set_size(Workspace ws) {
+  if (INPCOM.NCOMM > 0) {
+    say(" ...NOTE..SIZE COMMAND SHOULD BE AT BEGINNING OF RUN");
+    ignored();
+    return false;
+  }
+  if (SCNCOM.NWORDS == 0) return false;
+  const Scalar value = scalar_value(ws, TOKCOM.token[1].text);
+  if (!value.ok) return false;
+  if (!(value.value >= 0 && value.value <= MOSTVARS)) {
+    fail(" ...ERROR..SYNTAX ERROR");
+    return false;
+  }
+  if (value.value >= 1) RUNCOM.settings.maxvar = static_cast<int>(value.value);
+  return true;
+}
+
+// Commands that the loop does itself. True: the loop is left (IKOD tells why).
+bool run_in_loop(Workspace ws) {
+  switch (INPCOM.IKOD) {
+    case K_MENU:
+      MENU();
+      return false;
+    case K_STOP:
+      return true;
+    case K_PARM:
+      return !OSCOM.OSCAN && set_par(ws);
+    case K_SIZE:
+      return !OSCOM.OSCAN && set_size(ws);
+    case K_RESTRICT:
+    case K_LAMBDA:
+    case K_LAGS:
+      ignored();
+      return false;
+    case K_KORVEDIT:
+      if (INPCOM.LKOD == K_KORVEDIT) {
+        INPCOM.LKOD = 1;
+      } else {
+        say(" ENTERING KORVEL EDITOR, TO EXIT TYPE: KORVEDIT");
+        INPCOM.LKOD = K_KORVEDIT;
+      }
+      return false;
+    default:
+      // END closes blocks only; text commands were stored by the reader; PAUSE never waits here;
+      // the sub-commands of equation systems have no meaning outside their block.
+      return false;
+  }
+}
+
+bool counts_for_size(int ikod) { return ikod != K_SET && ikod != K_PARM && ikod != K_SIZE; }
+
+// A false IF without a statement drops the command behind it.
+bool dropped_by_if() {
+  if (!OCOM.ONOTIF) return false;
+  OCOM.ONOTIF = false;
+  if (OCOM.OPUT) warn(" ...WARNING..ABOVE STATEMENT NOT EXECUTED - PREVIOUS IF IS FALSE");
+  if (INPCOM.IKOD == K_EXECUTE) INPCOM.IKOD = 0;
+  return true;
+}
+
+// Ctrl-C in a talking run: the line or command is given up, the session goes on.
+bool interrupted_at_prompt() {
+  if (!OSCOM.OTALK || signal_received() != SIGINT) return false;
+  forget_signal();
+  OCOM.OEOF = false;
+  main_output().raw("\n");
+  return true;
+}
+
+// Runs the command that INPUT left. True: the loop is left.
+bool run_command(Workspace ws) {
+  if (INPCOM.IKOD == K_QUIT || INPCOM.IKOD == K_EXIT) {
+    INPCOM.IKOD = K_STOP;
+    std::memset(INPCOM.COMWRD, ' ', KEYLEN);
+  }
+  const CommandRow& command = TABLE[static_cast<std::size_t>(INPCOM.IKOD - 1)];
+  if (command.handler == nullptr && !command.in_loop) {
+    if (!OSCOM.OSCAN) error_line(" .. THIS COMMAND IS NOT AVAILABLE ON THIS SYSTEM");
+    return false;
+  }
+  SCANIT(ws);
+  if (OSCOM.OSCAN && INPCOM.IKOD == K_READ && !SCNCOM.file && SCNCOM.INPAR == 0)
+    skip_stream_data(ws);
+  if (OCOM.OERR || OCOM.ODONT) return false;
+  if (command.in_loop) return run_in_loop(ws);
+  if (OSCOM.OSCAN && !command.in_scan && command.tail == Tail::Raw) return false;
+  command.handler(ws);
+  return false;
+}
+
+}  // namespace
+
+void MENU() {
+  int on_line = 0;
+  alignas(Line) unsigned char room[sizeof(Line)];
+  Line* line = nullptr;
+  for (int i = 0; i < NCOMMANDS; ++i) {
+    const int ikod =
+        i < static_cast<int>(MENUORDER.size()) ? MENUORDER[static_cast<std::size_t>(i)] : i + 1;
+    const std::string_view word = TABLE[static_cast<std::size_t>(ikod - 1)].word;
+    if (word.empty() || NAMCHK(word[0]) != 1 ? word != "2SLS" : word[0] >= 'a') continue;
+    if (on_line == 0) line = new (room) Line();
+    line->put<"(1X, A1, A8)">(std::string_view(usable_now(ikod) ? " " : "*"), word);
+    if (++on_line == MENUCOLUMNS) {
+      OUTLINE();
+      on_line = 0;
+    }
+  }
+  if (on_line > 0) OUTLINE();
+  say(" * INDICATES COMMAND CANNOT BE USED AT THIS STEP");
+}
+
+void AAA(Workspace ws) {
+  const Trace trace("AAA");
+  INPCOM.IKOD = -1;
+  for (;;) {
+    // 1. The next command; the end of the input is a STOP.
+    const int nobs = DATCOM.NOBS;
+    INPUT(ws);
+    OCOM.ODONT = OCOM.OERR = false;
+    OCOM.IFAULT = 0;
+    if (RUNCOM.ended) return;
+    if (signal_received() != 0) {
+      if (!interrupted_at_prompt()) return;
+      continue;
+    }
+    if (OCOM.OEOF) {
+      INPCOM.IKOD = K_STOP;
+      return;
+    }
+    // 2. Dropped, or run.
+    if (dropped_by_if()) continue;
+    OCOM.ONEWV = OCOM.OMAT = false;
+    const int ikod = INPCOM.IKOD;
+    if (run_command(ws)) return;
+    DATCOM.NOBS = ikod == K_SAMPLE || ikod == K_SMPL || ikod == K_READ || ikod == K_RESET
+                      ? DATCOM.NOBS
+                      : nobs;
+    if (counts_for_size(ikod)) ++INPCOM.NCOMM;
+    if (RUNCOM.ended) return;
+    // 3. A stop from the keyboard ends the command, not the session.
+    if (signal_received() != 0 && !interrupted_at_prompt()) return;
+  }
+}
+
+}  // namespace korvel

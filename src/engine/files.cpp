@@ -1,0 +1,51 @@
+#include "engine/files.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+
+#include "engine/output.h"
+#include "engine/run.h"
+
+namespace korvel {
+namespace {
+
+bool is_file(const std::string& path) {
+  struct stat st {};
+  return stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
+}
+
+// The name as typed, in upper and in lower case below a folder; empty when none is there.
+std::string find_in(const std::string& folder, const std::string& name) {
+  std::string low = name, high = name;
+  for (char& c : high) c = upper(c);
+  for (char& c : low) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+  }
+  for (const std::string& form : {name, high, low}) {
+    if (is_file(folder + form)) return folder + form;
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string resolve_read_name(std::string_view typed) {
+  std::string name(trimmed(typed));
+  if (!name.empty() && name[0] == '~' && (name.size() == 1 || name[1] == '/')) {
+    const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe)
+    if (home != nullptr) name = home + name.substr(1);
+  }
+  std::string found = find_in("", name);
+  if (!found.empty() || name.empty() || name[0] == '/') return found.empty() ? name : found;
+  const auto slash = RUNCOM.settings.input.rfind('/');
+  if (slash != std::string::npos) found = find_in(RUNCOM.settings.input.substr(0, slash + 1), name);
+  return found.empty() ? name : found;
+}
+
+TextOutput& main_output() {
+  static TextOutput output;
+  return output;
+}
+
+}  // namespace korvel

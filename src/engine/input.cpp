@@ -1,0 +1,370 @@
+// INPUT: physical lines to the next command.
+#include "engine/input.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <vector>
+
+#include "engine/commands.h"
+#include "engine/files.h"
+#include "engine/options.h"
+#include "engine/output.h"
+#include "engine/run.h"
+#include "engine/text_commands.h"
+
+namespace korvel {
+namespace {
+
+constexpr int MAXPIECES = 4096;  // physical lines of one command whose echo is kept apart
+
+// The command being built: as typed and as run, position by position. `piece` holds where each
+// physical line begins, for the echo.
+struct CommandBuffer {
+  std::array<char, LINMAX> COMBUF;
+  std::array<char, LINMAX> typed;
+  std::array<int, MAXPIECES> piece;
+  int pieces = 0;
+  int length = 0;
+};
+constinit CommandBuffer BUFFER{};
+
+struct Inputs {
+  std::vector<std::unique_ptr<TextInput>> stack;
+};
+Inputs& inputs() {
+  static Inputs i;
+  return i;
+}
+
+constexpr int MAXUNKNOWN = 5;
+constexpr int MAXSPVERR = 5;
+
+bool read_physical(std::string_view& line) {
+  auto& stack = inputs().stack;
+  while (!stack.empty()) {
+    TextInput& source = *stack.back();
+    if (OSCOM.OTALK) {
+      if (source.terminal()) main_output().raw(BUFFER.length > 0 ? "| " : "|_");
+      main_output().flush();
+    }
+    if (!stop_requested() && source.line(line)) {
+      ++INPCOM.LINES;
+      return true;
+    }
+    if (stop_requested()) return false;
+    if (source.error() != 0) {
+      error_line<"(' ...ERROR..READ ERROR ON UNIT ', I0, ' IN LINE', I8)">(IOCOM.L5,
+                                                                           INPCOM.LINES + 1);
+      if (++INPCOM.SPVERR > MAXSPVERR) XXIT(0);
+    }
+    if (stack.size() == 1) return false;
+    stack.pop_back();
+  }
+  return false;
+}
+
+// The text of a character variable by its name, without trailing blanks; false when there is none.
+bool bracket_text(Workspace ws, std::string_view name, std::string_view& text) {
+  if (name.empty() || name.size() > KEYLEN) return false;
+  const int I = VARNUM(ws, name);
+  if (I <= 0) return false;
+  const Place p = INFO(ws, I);
+  if (p.ITYPE != STRING5 && p.ITYPE != CHARVAR) return false;
+  const auto words = elements(ws, I);
+  text = right_trimmed({reinterpret_cast<const char*>(words.data()), words.size_bytes()});
+  return true;
+}
+
+void warn_too_long() {
+  warn<"(' ...WARNING..COMMAND MAY BE NEAR OR OVER THE ', I0, ' CHARACTER LIMIT')">(LINMAX);
+}
+
+// Appends a physical line, tabs blanked and [NAME] of character variables replaced. What was put in
+// is not looked at again. False when the limit was met.
+bool append(Workspace ws, std::string_view line) {
+  line = line.substr(0, static_cast<std::size_t>(INPCOM.LCOLEN));
+  line = right_trimmed(line);
+  if (BUFFER.pieces < MAXPIECES)
+    BUFFER.piece[static_cast<std::size_t>(BUFFER.pieces++)] = BUFFER.length;
+  char* out = BUFFER.typed.data();
+  auto put = [&](std::string_view text) {
+    const auto room = static_cast<std::size_t>(LINMAX - BUFFER.length);
+    const bool fits = text.size() <= room;
+    text = text.substr(0, room);
+    if (!text.empty()) std::memcpy(out + BUFFER.length, text.data(), text.size());
+    BUFFER.length += static_cast<int>(text.size());
+    return fits;
+  };
+  bool fits = true;
+  while (!line.empty()) {
+    const auto open = line.find('[');
+    fits = put(line.substr(0, open)) && fits;
+    if (open == std::string_view::npos) break;
+    line.remove_prefix(open);
+    const auto close = line.find(']');
+    std::string_view text;
+    if (close != std::string_view::npos && bracket_text(ws, line.substr(1, close - 1), text)) {
+      fits = put(text) && fits;
+      line.remove_prefix(close + 1);
+    } else {
+      fits = put(line.substr(0, 1)) && fits;
+      line.remove_prefix(1);
+    }
+  }
+  if (!fits) warn_too_long();
+  return fits;
+}
+
+void blank_tabs(int from) {
+  for (int i = from; i < BUFFER.length; ++i) {
+    char& c = BUFFER.typed[static_cast<std::size_t>(i)];
+    if (c == '\t') c = ' ';
+  }
+}
+
+int trim_buffer() {
+  BUFFER.length = LENTRM({BUFFER.typed.data(), static_cast<std::size_t>(BUFFER.length)});
+  return BUFFER.length;
+}
+
+char typed_at(int i) { return i < BUFFER.length ? BUFFER.typed[static_cast<std::size_t>(i)] : ' '; }
+
+int first_nonblank(int from) {
+  while (from < BUFFER.length && typed_at(from) == ' ') ++from;
+  return from;
+}
+
+// Makes the running text from the typed one.
+void raise_case() {
+  std::memcpy(BUFFER.COMBUF.data(), BUFFER.typed.data(), static_cast<std::size_t>(BUFFER.length));
+  if (OSCOM.OLC) LCUC(BUFFER.COMBUF.data(), BUFFER.length);
+  INPCOM.LCOL = BUFFER.length;
+}
+
+// Prints the command, a physical line after the other: "|_" before the first, "| " before others.
+void echo(const char* text) {
+  for (int k = 0; k < BUFFER.pieces; ++k) {
+    // A continuation without text may begin behind the last character that was kept.
+    const int from = std::min(BUFFER.piece[static_cast<std::size_t>(k)], BUFFER.length);
+    const int next =
+        k + 1 < BUFFER.pieces ? BUFFER.piece[static_cast<std::size_t>(k) + 1] : BUFFER.length;
+    const int to = std::clamp(next, from, BUFFER.length);
+    std::string_view part = right_trimmed({text + from, static_cast<std::size_t>(to - from)});
+    bool first = true;
+    do {
+      Line row;
+      if (first && !OSCOM.OHTM) row.text(k == 0 ? "|_" : "| ");
+      const auto room = static_cast<std::size_t>(LINELEN - row.cursor());
+      row.text(part.substr(0, room));
+      part.remove_prefix(std::min(room, part.size()));
+      first = false;
+      OUTLINE();
+    } while (!part.empty());
+  }
+}
+
+void maybe_echo(const char* text) {
+  if ((OSCOM.OECHO || OSCOM.OSCR) && OCOM.OPUT) {
+    echo(text);
+    INPCOM.IECHO = 2;
+  }
+}
+
+// A physical line that is not continued whatever it ends with: comments and system lines.
+bool never_continued(std::string_view line) {
+  const auto at = line.find_first_not_of(" \t");
+  return at == std::string_view::npos || line[at] == '*' || line[at] == '$';
+}
+
+// Reads one whole command into the buffer; false at the end of the input.
+bool read_command(Workspace ws) {
+  std::string_view line;
+  BUFFER.length = BUFFER.pieces = 0;
+  do {
+    if (!read_physical(line)) return false;
+  } while (line.find_first_not_of(" \t\r") == std::string_view::npos);
+  INPCOM.KLINE = static_cast<int>(inputs().stack.back()->line_number());
+  const bool single = never_continued(line);
+  bool room = append(ws, line);
+  blank_tabs(0);
+  trim_buffer();
+  while (!single && BUFFER.length > 0 && typed_at(BUFFER.length - 1) == '&') {
+    if (first_nonblank(0) == BUFFER.length - 1 && BUFFER.pieces == 1) break;  // the toggle "&"
+    BUFFER.typed[static_cast<std::size_t>(BUFFER.length) - 1] = ' ';
+    if (!read_physical(line)) {
+      trim_buffer();
+      break;
+    }
+    const int from = BUFFER.length;
+    if (room) {
+      room = append(ws, line);
+    } else {
+      // Beyond the limit lines are read, since they belong to the command, and dropped.
+      BUFFER.typed[static_cast<std::size_t>(BUFFER.length) - 1] =
+          right_trimmed(line).ends_with('&') ? '&' : ' ';
+    }
+    blank_tabs(from);
+    if (BUFFER.length > from) trim_buffer();
+  }
+  trim_buffer();
+  return true;
+}
+
+void unknown_command(std::string_view word) {
+  error_line<"(' ...ERROR..UNKNOWN COMMAND...', A)">(word);
+  INPCOM.IKOD = 0;
+  if (OSCOM.OTALK) return;
+  warn(" ...WARNING..CHECK OUTPUT CAREFULLY");
+  if (++INPCOM.NUNKNO >= MAXUNKNOWN) {
+    error_line(" ...ERROR..NO MORE COMMANDS WILL BE READ");
+    XXIT(0);
+  }
+}
+
+// What the characters in front of a command word ask for.
+enum class Prefix { Command, Unknown, Done, Menu, System };
+
+// Walks over the prefix characters from `at` on; leaves `at` at the command word.
+Prefix take_prefixes(int& at) {
+  for (;;) {
+    at = first_nonblank(at);
+    if (at >= BUFFER.length) return Prefix::Done;
+    const char c = typed_at(at);
+    if (NAMCHK(c) == 1) return Prefix::Command;
+    switch (c) {
+      case '*':
+        if (OSCOM.OECHO && OCOM.OPUT) echo(BUFFER.typed.data());
+        return Prefix::Done;
+      case ':':
+        return Prefix::Menu;
+      case '$':
+        return Prefix::System;
+      case '?':
+        OCOM.OPUT = false;
+        break;
+      case '&':
+        OSCOM.OKOD = !OSCOM.OKOD;
+        say<"(' ..COMMAND NAME MODE = ', A, ' TYPE & TO CHANGE')">(
+            std::string_view(OSCOM.OKOD ? "TRUE" : "FALSE"));
+        break;
+      case '^':
+      case '=':
+        break;
+      case '/': {
+        const std::string_view text{BUFFER.typed.data(), static_cast<std::size_t>(BUFFER.length)};
+        say(text.substr(0, LINELEN));
+        return Prefix::Done;
+      }
+      default:
+        if (c == '2' || c == '9') return Prefix::Command;
+        if (NAMCHK(c) != 0) return Prefix::Unknown;
+        break;
+    }
+    ++at;
+  }
+}
+
+// The word at `at`: its length in the text; COMWRD gets its first 8 characters, up-cased.
+int take_word(int at) {
+  int n = 0;
+  while (NAMCHK(typed_at(at + n)) >= 0 || typed_at(at + n) == '_') ++n;
+  std::memset(INPCOM.COMWRD, ' ', KEYLEN);
+  for (int i = 0; i < n && i < KEYLEN; ++i) INPCOM.COMWRD[i] = upper(typed_at(at + i));
+  return n;
+}
+
+// Finds the command in the buffer. True when there is one to run.
+bool find_in_buffer() {
+  int at = 0;
+  for (;;) {
+    const Prefix prefix = take_prefixes(at);
+    if (prefix == Prefix::Done) return false;
+    raise_case();
+    if (prefix == Prefix::Menu) {
+      INPCOM.IKOD = K_MENU;
+      SCNCOM.ISTART = BUFFER.length;
+      return true;
+    }
+    if (prefix == Prefix::System) {
+      error_line(" .. THIS COMMAND IS NOT AVAILABLE ON THIS SYSTEM");
+      return false;
+    }
+    if (!OSCOM.OKOD) {  // the line belongs to the command before
+      if (INPCOM.LASKOD == 0) {
+        maybe_echo(BUFFER.COMBUF.data());
+        unknown_command({});
+        return false;
+      }
+      INPCOM.IKOD = INPCOM.LASKOD;
+      SCNCOM.ISTART = at;
+      maybe_echo(BUFFER.COMBUF.data());
+      return true;
+    }
+    if (prefix == Prefix::Unknown) {
+      maybe_echo(BUFFER.COMBUF.data());
+      unknown_command({BUFFER.typed.data() + at, 1});
+      return false;
+    }
+    const int n = take_word(at);
+    if (typed_at(at + n) == ':') {  // a label; the command stands behind it
+      at += n + 1;
+      continue;
+    }
+    const std::string_view word = right_trimmed({INPCOM.COMWRD, KEYLEN});
+    INPCOM.IKOD = find_command(word);
+    SCNCOM.ISTART = at + n;
+    const bool typed = INPCOM.IKOD == K_FILE || is_text_command(INPCOM.IKOD);
+    if (INPCOM.LKOD == K_KORVEDIT && INPCOM.IKOD != K_KORVEDIT)
+      return false;  // the editor drops lines
+    maybe_echo(typed ? BUFFER.typed.data() : BUFFER.COMBUF.data());
+    if (INPCOM.IKOD == 0) {
+      unknown_command({BUFFER.typed.data() + at, static_cast<std::size_t>(n)});
+      return false;
+    }
+    return true;
+  }
+}
+
+}  // namespace
+
+void INPUT(Workspace ws) {
+  const Trace trace("INPUT");
+  INPCOM.LASKOD = INPCOM.IKOD > 0 ? INPCOM.IKOD : INPCOM.LASKOD;
+  for (;;) {
+    INPCOM.IKOD = 0;
+    INPCOM.IECHO = 0;
+    OCOM.OPUT = OSCOM.OOPUT;
+    OCOM.OEOF = false;
+    if (!read_command(ws)) {
+      OCOM.OEOF = true;
+      return;
+    }
+    if (BUFFER.length > 0 && find_in_buffer()) break;
+    if (RUNCOM.ended) return;
+  }
+  if (OSCOM.OLCOM) store_text(ws, "C$", command_text());
+  if (is_text_command(INPCOM.IKOD)) store_text_command(ws);
+}
+
+std::string_view command_text() {
+  return {BUFFER.COMBUF.data(), static_cast<std::size_t>(BUFFER.length)};
+}
+
+std::string_view command_typed() {
+  return {BUFFER.typed.data(), static_cast<std::size_t>(BUFFER.length)};
+}
+
+std::string_view command_tail() {
+  return command_text().substr(static_cast<std::size_t>(SCNCOM.ISTART));
+}
+
+void open_command_input(std::unique_ptr<TextInput> source) {
+  inputs().stack.push_back(std::move(source));
+}
+
+void close_command_inputs() { inputs().stack.clear(); }
+
+TextInput& command_stream() { return *inputs().stack.back(); }
+
+}  // namespace korvel

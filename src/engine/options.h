@@ -1,0 +1,174 @@
+// Command tails: the list of variables (SCANIT) and the options behind "/" (OPTION).
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "engine/shared_areas.h"
+#include "engine/workspace.h"
+
+namespace korvel {
+
+// ---- The variable list
+// ---------------------------------------------------------------------------
+
+// An entry of the list as SCANIT leaves it.
+struct ListItem {
+  int var = 0;            // variable number, compound index or negative temporary
+  int lag = 0;            // X(1): 1; a lead is negative
+  int order = 0;          // polynomial order of a distributed lag, 0 none
+  int endcon = 0;         // its end constraint
+  bool group = false;     // stands inside a parenthesised group (stepwise)
+  int column = 0;         // NAME:n of a new variable (an existing one has it folded into var)
+  std::string_view name;  // the name, up-cased, at most 8 characters; var is 0 when it is new
+};
+
+struct ScnCom {
+  int ISTART = 0;     // 0-based position in the command where scanning begins (behind the word)
+  int NF = 0;         // entries of the list
+  int NWORDS = 0;     // words of a word command (token places 1 to NWORDS)
+  int NOPS = 0;       // option tokens
+  int NFPAR = 0;      // parenthesised items
+  int INPAR = 0;      // unit of a (unit) item
+  int NEWV = 0;       // new names accepted
+  bool file = false;  // a (file) item was given: its name is in `file_name`
+  std::string_view file_name;
+  std::span<ListItem> INLIST;  // MAXVAR places; NF in use
+  std::span<ListItem> list() const { return INLIST.first(static_cast<std::size_t>(NF)); }
+};
+extern ScnCom SCNCOM;
+
+// A token: a word (up-cased), "=", or a value behind "=". Texts point into the command.
+struct Token {
+  std::string_view text;   // up-cased, whole
+  std::string_view typed;  // the same characters as typed
+  bool value = false;      // stands behind "="
+  int position = 0;        // 0-based place in the command
+};
+inline constexpr int MAXWORDS = 400;  // words of a word command (options have MAXOPS)
+struct TokCom {
+  std::array<Token, MAXWORDS + 1> token{};  // [0] is the command word
+};
+extern TokCom TOKCOM;
+
+// Splits the command text: fills SCNCOM and TOKCOM. Failure: OERR or ODONT.
+void SCANIT(Workspace ws);
+
+// ---- Option tables
+// -------------------------------------------------------------------------------
+
+enum class OptionKind : std::uint8_t { Logical, Integer, Real, Variable };
+
+// One word of a table. A word that begins with '*' can't be typed.
+struct OptionWord {
+  std::string_view word;  // at most 8 characters count
+  OptionKind kind;
+  double start = 0;       // default: flag, integer or real
+  std::string_view name;  // default text of a name option
+};
+consteval OptionWord logical(std::string_view w, bool start = false) {
+  return {w.substr(0, KEYLEN), OptionKind::Logical, start ? 1.0 : 0.0, {}};
+}
+consteval OptionWord integer(std::string_view w, int start = 0) {
+  return {w.substr(0, KEYLEN), OptionKind::Integer, static_cast<double>(start), {}};
+}
+consteval OptionWord real(std::string_view w, double start = 0) {
+  return {w.substr(0, KEYLEN), OptionKind::Real, start, {}};
+}
+consteval OptionWord variable(std::string_view w, std::string_view start = {}) {
+  return {w.substr(0, KEYLEN), OptionKind::Variable, 0.0, start};
+}
+
+// A handler's table: words in section order logical, integer, real, variable. `place` is the
+// word's rank in its section, found when the program is built.
+template <std::size_t N>
+struct OptionTable {
+  std::array<OptionWord, N> words;
+  consteval int place(std::string_view word) const {
+    int rank[4] = {0, 0, 0, 0};
+    for (const OptionWord& w : words) {
+      if (w.word == word.substr(0, KEYLEN)) return rank[static_cast<int>(w.kind)];
+      ++rank[static_cast<int>(w.kind)];
+    }
+    throw "no such word in the option table";
+  }
+  constexpr std::span<const OptionWord> view() const { return words; }
+};
+template <class... Words>
+consteval auto option_table(Words... words) {
+  OptionTable<sizeof...(Words)> t{{words...}};
+  for (std::size_t i = 1; i < t.words.size(); ++i) {
+    if (t.words[i].kind < t.words[i - 1].kind) throw "sections out of order";
+  }
+  return t;
+}
+
+inline constexpr int MAXLOPT = 60, MAXIOPT = 16, MAXXOPT = 16, MAXVOPT = 24;
+
+// A name option as given: its variable (0: not given; below -1000: a name that does not exist yet;
+// -1 to -80: a temporary) and its text. `text` is up-cased, `typed` as typed; both are blank when
+// the option was not given and has no default. "********" stands for an option without a value.
+struct NameOption {
+  int var = 0;
+  std::string_view text;
+  std::string_view typed;
+};
+
+// The option area: values by section place (from 0). `given` tells what the command named.
+struct OptCom {
+  std::array<bool, MAXLOPT> LOPT{};
+  std::array<int, MAXIOPT> IOPT{};
+  std::array<double, MAXXOPT> XOPT{};
+  std::array<NameOption, MAXVOPT> VOPT{};
+  std::array<bool, MAXLOPT> lgiven{};
+  std::array<bool, MAXIOPT> igiven{};
+  std::array<bool, MAXXOPT> xgiven{};
+};
+inline constinit OptCom OPTCOM{};
+
+// Loads the table's defaults into OPTCOM (BEG and END: IBEG and IEND), without reading any token;
+// a handler whose defaults depend on switches sets them between this and OPTION_SCAN.
+void OPTION_START(std::span<const OptionWord> table);
+// Reads the option tokens of the command against the table. Failure: ODONT.
+void OPTION_SCAN(Workspace ws, std::span<const OptionWord> table);
+template <std::size_t N>
+void OPTION(Workspace ws, const OptionTable<N>& table) {
+  OPTION_START(table.view());
+  OPTION_SCAN(ws, table.view());
+}
+
+// ---- Numbers
+// -------------------------------------------------------------------------------------
+
+// Result of the number scanner.
+struct Number {
+  double value = 0;           // correctly rounded
+  double whole = 0;           // integer part, with its sign
+  std::int64_t fraction = 0;  // digits behind the point as an integer, 0 when there are none
+  bool point = false;         // a point was there
+  int used = 0;               // characters read, 0 when no number stands there
+};
+// Scans a decimal number at the front of text: sign, digits, point, digits, E or D exponent.
+// Failures (a second point or exponent, an exponent without digits or out of range): used = 0.
+Number FSUMS(std::string_view text);
+
+// A number, a $ temporary or the first element of a variable (NAME or NAME:n).
+struct Scalar {
+  double value = 0;
+  bool ok = false;
+};
+// Reports the failure itself (fail) unless quiet.
+Scalar scalar_value(Workspace ws, std::string_view token, bool quiet = false);
+
+// Observation number of a date year.period under the calendar in force; ok is false without a
+// calendar or before its start.
+struct DateObs {
+  int obs = 0;
+  bool ok = false;
+};
+DateObs date_observation(const Number& n);
+
+}  // namespace korvel

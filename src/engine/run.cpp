@@ -1,0 +1,250 @@
+// The run: constants, input and output, the workspace, the command loop, the end.
+#include "engine/run.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <exception>
+
+#include "data/data.h"
+#include "engine/commands.h"
+#include "engine/files.h"
+#include "engine/input.h"
+#include "engine/options.h"
+#include "engine/output.h"
+#include "expr/expr.h"
+#include "platform/signals.h"
+#include "platform/text_input.h"
+
+namespace korvel {
+
+RunCom RUNCOM;
+
+namespace {
+
+constexpr std::string_view VERSION = "KORVEL - Version 11.0";
+
+void tell(const std::string& text) {
+  const std::string line = "korvel: " + text + "\n";
+  if (write(2, line.data(), line.size()) < 0) return;
+}
+
+// $PI, $DATE (year month day) and $TIME (hour minute second) are set at all times.
+void set_clock_temporaries() {
+  temporary(temporary_place("PI")) = 3.14159265358979323846;
+  const std::time_t now = std::time(nullptr);
+  std::tm t{};
+  localtime_r(&now, &t);
+  temporary(temporary_place("DATE")) =
+      (t.tm_year + 1900) * 10000.0 + (t.tm_mon + 1) * 100.0 + t.tm_mday;
+  temporary(temporary_place("TIME")) = t.tm_hour * 10000.0 + t.tm_min * 100.0 + t.tm_sec;
+}
+
+void print_banner() {
+  const std::string_view stars = " ************************************************************";
+  say(" Hello/Bonjour/Aloha/Howdy/G Day/Kia Ora/Konnichiwa/Buenos Dias/Nee Hau/Ciao ");
+  say<"(' Welcome to ', A)">(VERSION);
+  say(stars);
+  say<"(' *  Welcome to ', A)">(VERSION);
+  say<"(' *  FILE PATH=', A)">(std::string_view{});
+  say<"(' *  FILE PROCPATH=', A)">(std::string_view{});
+  say(stars);
+}
+
+// The named input; a missing one is asked for once on standard input.
+std::unique_ptr<TextInput> open_input(RunSettings& settings) {
+  if (settings.have_commands) return memory_text(settings.commands, "-c");
+  if (settings.input.empty() || settings.input == "-") return standard_text();
+  std::string name = settings.input;
+  for (int tries = 0; tries < 8; ++tries) {
+    auto source = open_text(name);
+    if (source != nullptr) {
+      settings.input = name;
+      return source;
+    }
+    main_output().raw(name + " IS NOT FOUND, ENTER NEW INPUTFILE..\n");
+    main_output().flush();
+    auto keyboard = standard_text();
+    std::string_view line;
+    if (!keyboard->line(line) || trimmed(line).empty()) break;
+    name = trimmed(line);
+  }
+  tell(settings.input + ": " + std::strerror(ENOENT));  // NOLINT(concurrency-mt-unsafe)
+  return nullptr;
+}
+
+bool open_output(const RunSettings& settings) {
+  if (settings.output.empty() || settings.output == "-") {
+    main_output().attach(1);
+    return true;
+  }
+  // The output must not be the script that is being read.
+  if (main_output().open(settings.output)) {
+    IOCOM.O6 = true;
+    return true;
+  }
+  tell(settings.output + ": " + std::strerror(errno));  // NOLINT(concurrency-mt-unsafe)
+  return false;
+}
+
+bool same_file(const std::string& a, const std::string& b);
+
+std::string script_name(const RunSettings& settings) {
+  if (settings.have_commands) return "-c";
+  return settings.input.empty() ? "-" : settings.input;
+}
+
+void too_little_memory(std::int64_t largest) {
+  error_line<"(' ...ERROR..MEMORY ALLOCATION ERROR CODE=', I0, ' LARGEST PAR=', I0)">(ENOMEM,
+                                                                                      largest);
+}
+
+// Runs the loop until the run ends; SIZE and PAR come back for a new workspace.
+int command_loop() {
+  std::int64_t largest = 0;
+  if (!new_workspace(RUNCOM.settings.par, RUNCOM.settings.maxvar, &largest)) {
+    too_little_memory(largest);
+    return EXIT_NOROOM;
+  }
+  RUNCOM.par = RUNCOM.settings.par;
+  Workspace ws = workspace();
+  RESET(ws);
+  if (!RUNCOM.settings.quiet) print_banner();
+  for (;;) {
+    AAA(ws);
+    if (RUNCOM.ended || (INPCOM.IKOD != K_SIZE && INPCOM.IKOD != K_PARM)) break;
+    const std::int64_t wanted = RUNCOM.settings.par;
+    if (!new_workspace(wanted, RUNCOM.settings.maxvar, &largest)) {
+      too_little_memory(largest);
+      mark_failed();
+      RUNCOM.settings.par = RUNCOM.par;
+      if (wanted <= largest && !new_workspace(RUNCOM.par, RUNCOM.settings.maxvar, &largest)) {
+        return EXIT_NOROOM;
+      }
+      continue;
+    }
+    RUNCOM.par = wanted;
+    ws = workspace();
+    RESET(ws);
+  }
+  return EXIT_GOOD;
+}
+
+// The closing lines and the status of the whole.
+int finish(int status) {
+  const int signal = signal_received();
+  if (!RUNCOM.ended && status == EXIT_GOOD && signal == 0) {
+    say(" ...NOTE..STOPPED");
+    say(" ...COMPLETED");
+  }
+  close_data_files();
+  main_output().flush();
+  const bool closed = main_output().close();
+  const int error = main_output().error();
+  if (error == EPIPE) return EXIT_SIGNAL + 13;
+  if (!closed || error != 0) {
+    if (!RUNCOM.output_failed) tell(main_output().name() + ": " + std::strerror(error));  // NOLINT
+    return EXIT_NOROOM;
+  }
+  if (signal != 0) return EXIT_SIGNAL + signal;
+  if (status != EXIT_GOOD) return status;
+  if (RUNCOM.failures > 0 && !RUNCOM.script.empty() && RUNCOM.settings.mirror_errors) {
+    tell(RUNCOM.script + ": " + std::to_string(RUNCOM.failures) +
+         (RUNCOM.failures == 1 ? " error" : " errors"));
+  }
+  if (RUNCOM.ended) return EXIT_STOPPED;
+  return RUNCOM.failures > 0 ? EXIT_FAILED : EXIT_GOOD;
+}
+
+bool same_file(const std::string& a, const std::string& b) {
+  char* pa = realpath(a.c_str(), nullptr);
+  char* pb = realpath(b.c_str(), nullptr);
+  const bool same = pa != nullptr && pb != nullptr && std::strcmp(pa, pb) == 0;
+  std::free(pa);  // NOLINT(cppcoreguidelines-no-malloc)
+  std::free(pb);  // NOLINT(cppcoreguidelines-no-malloc)
+  return same;
+}
+
+}  // namespace
+
+void RESET(Workspace ws) {
+  const Trace trace("RESET");
+  // 1. The workspace is empty; its size stays.
+  const int maxvar = MACOM.MAXVAR;
+  const std::int32_t maxadd = ADDCOM.MAXADD;
+  ADDCOM = AddCom{};
+  ADDCOM.MAXADD = ADDCOM.SCRTOP = maxadd;
+  DATCOM = DatCom{};
+  DATCOM.MAXVAR = maxvar;
+  DATCOM.MXCOL = std::max(2 * maxvar, 1000);
+  DATCOM.MCON = maxvar + 1;
+  (void)ws;
+  // 2. Switches and settings; the kind of run stays.
+  const OsCom old = OSCOM;
+  OSCOM = OsCom{};
+  OSCOM.OTALK = old.OTALK;
+  OSCOM.OECHO = old.OECHO;
+  OSCOM.OBAT = old.OBAT;
+  OSCOM.OTERM = old.OTERM;
+  MACOM.XMISS = MaCom{}.XMISS;
+  GENCOM = GenCom{};
+  FCOM = FCom{};
+  set_ranseed(0);
+  set_ranlevel(4);
+  OSCOM.ORANST = false;
+  // 3. The reader's counters and the temporaries.
+  INPCOM.LCOLEN = 255;
+  INPCOM.LKOD = 0;
+  INPCOM.SPVERR = INPCOM.NUNKNO = 0;
+  OCOM.ONOTIF = false;
+  TEMCOM.TEMVAL.fill(UNSET);
+  set_clock_temporaries();
+  close_data_files();
+}
+
+int run_korvel(const RunSettings& settings) {
+  RUNCOM = RunCom{};
+  RUNCOM.settings = settings;
+  OSCOM = OsCom{};
+  INPCOM = InpCom{};
+  OCOM = OCom{};
+  IOCOM = IoCom{};
+  forget_signal();
+  int status = EXIT_GOOD;
+  try {
+    main_output().attach(1);
+    auto source = open_input(RUNCOM.settings);
+    if (source == nullptr) return EXIT_CALL;
+    if (!settings.output.empty() && same_file(settings.input, settings.output)) {
+      tell(settings.output + ": is the input of this run");
+      return EXIT_CALL;
+    }
+    if (!open_output(RUNCOM.settings)) return EXIT_CALL;
+    // A run talks when it has no named input and a person may sit at the keyboard.
+    const bool named = settings.have_commands || !settings.input.empty();
+    OSCOM.OTALK = !named && source->terminal();
+    OSCOM.OECHO = !OSCOM.OTALK;
+    if (!OSCOM.OTALK) RUNCOM.script = script_name(RUNCOM.settings);
+    IOCOM.O5 = named;
+    open_command_input(std::move(source));
+    const char* folder = std::getenv("TEMP");               // NOLINT(concurrency-mt-unsafe)
+    if (folder == nullptr) folder = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe)
+    RUNCOM.vtemp = !settings.temp.empty() ? settings.temp : (folder != nullptr ? folder : "/tmp/");
+    if (!RUNCOM.vtemp.ends_with('/')) RUNCOM.vtemp += '/';
+    status = command_loop();
+  } catch (const std::bad_alloc&) {
+    tell("no memory left");
+    status = EXIT_NOROOM;
+  } catch (const std::exception& e) {
+    tell(std::string("internal error: ") + e.what());
+    status = EXIT_INTERNAL;
+  }
+  close_command_inputs();
+  return finish(status);
+}
+
+}  // namespace korvel

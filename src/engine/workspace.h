@@ -1,0 +1,135 @@
+// The data area and the table of variables.
+//
+// All user data live in one array of doubles, DATA, counted from 1. Variable I has its header at
+// word KADD(I): INC, TYPE, LENGTH, N2 (columns), then LENGTH elements, so element i of a series is
+// DATA(KADD(I)+3+i). Every variable that the engine makes has INC 1. A blank name marks a deleted
+// entry; addresses rise with the entry's number.
+//
+// A variable number is 1 to NVARS for a variable, negative for a temporary (-(place+1)), and
+// I*MXCOL+J (above 2*MAXVAR) for column J of variable I. MCON stands for the constant of a model.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "engine/shared_areas.h"
+
+namespace korvel {
+
+enum VarType : int {
+  NOTYPE = 0,
+  SERIES = 1,
+  MATRIX2 = 2,
+  SYMMETRIC = 3,
+  TRIANGLE = 4,
+  STRING5 = 5,
+  CHARVAR = 6,
+};
+
+// What a command handler gets first: DATA, KADD, VNAME. A plain view, passed by value.
+class Workspace {
+ public:
+  Workspace() = default;
+  Workspace(double* data, std::int32_t* kadd, char (*vname)[NAMELEN])
+      : data_(data), kadd_(kadd), vname_(vname) {}
+
+  double& DATA(std::int64_t a) const { return data_[a - 1]; }
+  std::int32_t& KADD(int i) const { return kadd_[i - 1]; }
+  std::string_view VNAME(int i) const { return {vname_[i - 1], NAMELEN}; }
+  char* name_field(int i) const { return vname_[i - 1]; }
+  double* base() const { return data_; }
+
+  // n words beginning at DATA(a).
+  std::span<double> words(std::int64_t a, std::size_t n) const { return {data_ + (a - 1), n}; }
+
+ private:
+  double* data_ = nullptr;
+  std::int32_t* kadd_ = nullptr;
+  char (*vname_)[NAMELEN] = nullptr;
+};
+
+// Place of a variable or of one column. IADD is a header address: element i stands at IADD+3+i.
+struct Place {
+  int IADD = 0;
+  int INC = 1;
+  int ITYPE = 0;
+  int LEN = 0;  // elements (of the column)
+  int N2 = 0;   // columns
+  int rows() const { return N2 > 0 ? LEN / N2 : LEN; }
+};
+
+// Makes the data area (par kilobytes) and the table (maxvar entries) and empties them.
+// False with the largest par that would work in *largest when the machine cannot give so much.
+bool new_workspace(std::int64_t par, int maxvar, std::int64_t* largest);
+Workspace workspace();
+
+// Number of a variable or temporary by name (blanks at the end and letter case by SET LCUC do not
+// count), 0 when there is none. `$NAME` finds a temporary: -(place+1).
+int VARNUM(Workspace ws, std::string_view name);
+
+// Where variable or column I lies. A column beyond the variable prints the size error.
+Place INFO(Workspace ws, int I);
+
+// The elements of variable or column I; empty for deleted entries and temporaries.
+std::span<double> elements(Workspace ws, int I);
+
+// Trimmed name of variable I for tables: "CONSTANT" for MCON, the variable of a column, "$R2" ...
+std::string_view NAME(Workspace ws, int I);
+
+// Makes or remakes a variable: `name` becomes ITYPE with LEN elements and N2 columns; `column` 0 or
+// the column to be filled of a matrix. Returns its number (or compound index), 0 after a failure
+// that has been reported and marked. New elements hold `fill` (the missing code by default). With
+// `in_place` false nothing is reused: the variable goes behind the last one.
+struct NewVar {
+  int ITYPE = SERIES;
+  std::int64_t LEN = 0;
+  int N2 = 1;
+  int column = 0;
+  double fill = MACOM.XMISS;
+  bool in_place = true;
+};
+int NEWVAR(Workspace ws, std::string_view name, const NewVar& request);
+
+// Blanks an entry; the last entry gives its words back at once. Returns the words it held.
+std::int64_t free_variable(Workspace ws, int I);
+
+// Reports a shortage of memory from ADDCOM.NEED (the word count wanted in all).
+void NOCORE();
+
+// Forgets the saved estimate: anything that moves or adds storage calls it.
+inline void clear_estimate() { ADDCOM.KTEST = 0; }
+
+// Work space at the top of the data area, given back at the end of the scope. Tests false, after
+// NOCORE has spoken, when there is no room. Nothing is cleared. Scopes nest.
+class Scratch {
+ public:
+  Scratch(Workspace ws, std::int64_t n);
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  ~Scratch();
+  explicit operator bool() const { return ok_; }
+  std::span<double> words() const { return words_; }
+  // Takes n more words off the front of what is left of this scratch.
+  std::span<double> take(std::size_t n);
+
+ private:
+  std::span<double> words_;
+  std::size_t taken_ = 0;
+  std::int32_t old_top_;
+  bool ok_ = false;
+};
+
+// Products and sums of user counts, in 64 bits; false when the result leaves 0..2**31-1.
+bool fits32(std::int64_t value);
+bool checked_product(std::int64_t a, std::int64_t b, std::int64_t& result);
+
+// Handlers of the commands that manage variables.
+void DELETX(Workspace ws);  // DELETE
+void RENAMX(Workspace ws);  // RENAME
+void DIMEN(Workspace ws);   // DIMENSION
+void SAVEX(Workspace ws);   // COMPRESS (SAVE and RESTORE share the routine)
+void DUMPIT(Workspace ws);  // NAMES, DUMP
+
+}  // namespace korvel

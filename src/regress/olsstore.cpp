@@ -1,0 +1,81 @@
+// Variables that keep the results of an estimation. They are made after the fit, so that a model
+// that can't be estimated leaves variables of these names as they were.
+
+#include <algorithm>
+#include <cmath>
+
+#include "engine/output.h"
+#include "expr/kernels/packed.h"
+#include "regress/ols_parts.h"
+
+namespace korvel {
+namespace {
+
+// Makes the variable of a name option, `NAME:n` being column n of a matrix. 0: not wanted or
+// failed.
+int make_result(Workspace ws, const NameOption& option, VarType type, std::int64_t length, int N2) {
+  std::string_view name = option.typed;
+  if (name.empty()) return 0;
+  int column = 0;
+  if (const auto colon = name.find(':'); colon != std::string_view::npos) {
+    column = static_cast<int>(FSUMS(name.substr(colon + 1)).whole);
+    name = name.substr(0, colon);
+  }
+  if (type == SYMMETRIC) column = 0;
+  return NEWVAR(ws, name, {.ITYPE = type, .LEN = length, .N2 = N2, .column = column});
+}
+
+// A series that holds value(row) at the kept rows and the missing code elsewhere.
+template <class F>
+bool store_series(Workspace ws, const NameOption& option, F&& value) {
+  if (option.text.empty()) return true;
+  const int var = make_result(ws, option, SERIES, DATCOM.MEND, 1);
+  if (var == 0) return false;
+  const std::span<double> to = elements(ws, var);
+  std::fill(to.begin(), to.begin() + std::min<std::ptrdiff_t>(DATCOM.MEND, std::ssize(to)),
+            MACOM.XMISS);
+  KeptRows rows(ws);
+  while (rows.next()) {
+    to[static_cast<std::size_t>(rows.obs - 1)] = value(static_cast<std::size_t>(rows.row));
+  }
+  return true;
+}
+
+// A vector with one element a coefficient; returns its variable number.
+template <class F>
+int store_vector(Workspace ws, const NameOption& option, int K, F&& value) {
+  if (option.text.empty()) return 0;
+  const int var = make_result(ws, option, SERIES, K, 1);
+  if (var == 0) return 0;
+  const std::span<double> to = elements(ws, var);
+  for (int i = 0; i < K && i < std::ssize(to); ++i) to[static_cast<std::size_t>(i)] = value(i);
+  return var;
+}
+
+}  // namespace
+
+void store_results(Workspace ws, const Estimate& est, std::span<const double> hat) {
+  const OlsCom& o = OLSCOM;
+  const int K = est.K();
+  if (!store_series(ws, o.RESID, [&](std::size_t t) { return est.residual[t]; })) return;
+  if (!store_series(ws, o.PREDICT,
+                    [&](std::size_t t) { return est.observed[t] - est.residual[t]; })) {
+    return;
+  }
+  if (!hat.empty() && !store_series(ws, o.HATDIAG, [&](std::size_t t) { return hat[t]; })) return;
+  store_vector(ws, o.TRATIO, K, [&](int i) {
+    return t_ratio(est.coef[static_cast<std::size_t>(i)], standard_error(est, i));
+  });
+  store_vector(ws, o.STDERR, K, [&](int i) { return standard_error(est, i); });
+  ADDCOM.KCOEF =
+      store_vector(ws, o.COEFFICE, K, [&](int i) { return est.coef[static_cast<std::size_t>(i)]; });
+  ADDCOM.KCOV = 0;
+  if (o.COVARIAN.text.empty() || OCOM.ODONT) return;
+  const auto words = static_cast<std::int64_t>(packed_words(K));
+  const int var = make_result(ws, o.COVARIAN, SYMMETRIC, words, K);
+  if (var == 0) return;
+  std::copy_n(est.cov.begin(), packed_words(K), elements(ws, var).begin());
+  ADDCOM.KCOV = var;
+}
+
+}  // namespace korvel
