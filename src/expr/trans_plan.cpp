@@ -236,9 +236,9 @@ class Planner {
       place = (&s - 1)->left;
     }
     if (place == 0 || n == whole32(NAN)) return false;
+    if (run_.source(place).scalar()) return false;  // a lag sees one element, not a constant
     Ref ref;
     if (!series(place, n, ref)) return false;
-    if (n == 0) ref.lag = 0;
     temporary_ref(q.result) = ref;
     return true;
   }

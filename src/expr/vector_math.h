@@ -15,7 +15,12 @@ using Vec = LanePart;
 using Bits = unsigned long long __attribute__((vector_size(LANE_BYTES)));
 inline constexpr std::size_t WIDTH = LANE_BYTES / 8;
 
-static inline Vec splat(double v) { return Vec{} + v; }
+// Not Vec{} + v, which would lose the sign of a zero.
+static inline Vec splat(double v) {
+  Vec r = {};
+  for (std::size_t i = 0; i < WIDTH; ++i) r[i] = v;
+  return r;
+}
 static inline Bits splat_bits(unsigned long long v) { return Bits{} + v; }
 
 inline constexpr double LN2_HIGH = 0x1.62e42fefa2000p-1;  // 40 bits: times a whole k it is exact
