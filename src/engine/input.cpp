@@ -287,7 +287,7 @@ bool find_in_buffer() {
       return true;
     }
     if (prefix == Prefix::System) {
-      error_line(" .. THIS COMMAND IS NOT AVAILABLE ON THIS SYSTEM");
+      if (!OSCOM.OSCAN) error_line(" .. THIS COMMAND IS NOT AVAILABLE ON THIS SYSTEM");
       return false;
     }
     if (!OSCOM.OKOD) {  // the line belongs to the command before

@@ -179,18 +179,19 @@ bool power_with(double* r, const double* a, bool reciprocal, std::size_t n, int 
   if (i < n) store_part(r + i, one(load_part(a + i, n - i)), n - i);
   return any(bad);
 }
+// The powers are passed as lambdas, not as addresses, so that they become part of the loop.
 bool power_loop(double* r, const double* a, const double* b, std::size_t n) {
   const int count = static_cast<int>(b[0]);
   const bool reciprocal = b[1] != 0.0;
   switch (count) {
     case 2:
-      return power_with(r, a, reciprocal, n, count, product<2>);
+      return power_with(r, a, reciprocal, n, count, [](Vec x, int m) { return product<2>(x, m); });
     case 3:
-      return power_with(r, a, reciprocal, n, count, product<3>);
+      return power_with(r, a, reciprocal, n, count, [](Vec x, int m) { return product<3>(x, m); });
     case 4:
-      return power_with(r, a, reciprocal, n, count, product<4>);
+      return power_with(r, a, reciprocal, n, count, [](Vec x, int m) { return product<4>(x, m); });
     default:
-      return power_with(r, a, reciprocal, n, count, product_of);
+      return power_with(r, a, reciprocal, n, count, [](Vec x, int m) { return product_of(x, m); });
   }
 }
 

@@ -10,7 +10,7 @@
 
 namespace korvel {
 
-inline constexpr int BLOCK = 512;       // observations of a block: its buffers stay in the cache
+inline constexpr int BLOCK = 512;      // observations of a block: its buffers stay in the cache
 inline constexpr int MAXBUFFERS = 12;  // results that one formula may hold at a time
 
 // An operand of a block step.

@@ -195,6 +195,16 @@ TEST(VectorFunctions, EveryWidthGivesTheSameBytes) {
   }
 }
 
+TEST(VectorFunctions, AConstantKeepsTheSignOfItsZero) {
+  for (const LaneTable* t : widths()) {
+    const double zero = -0.0;
+    const std::vector<double> a(11, 2.0);
+    std::vector<double> r(11);
+    t->mult[LANE_CV](r.data(), &zero, a.data(), r.size());
+    for (const double v : r) EXPECT_TRUE(std::signbit(v));
+  }
+}
+
 TEST(VectorFunctions, FaultsAreSeenInEveryLane) {
   for (const LaneTable* t : widths()) {
     for (std::size_t n = 1; n <= 20; ++n) {
