@@ -36,8 +36,10 @@ inline void lane_store(double* p, const Lane8& a) {
   }
 }
 inline Lane8 lane_splat(double v) {
+  LanePart all = {};  // filled lane by lane: adding v to zeros would lose the sign of a zero
+  for (std::size_t k = 0; k < LANE_BYTES / 8; ++k) all[k] = v;
   Lane8 r;
-  for (int i = 0; i < LANE_PARTS; ++i) r.part[i] = LanePart{} + v;
+  for (int i = 0; i < LANE_PARTS; ++i) r.part[i] = all;
   return r;
 }
 inline Lane8 operator+(const Lane8& a, const Lane8& b) {

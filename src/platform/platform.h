@@ -1,0 +1,16 @@
+// What the engine needs of the machine: read this first. Nothing here knows a command.
+//
+//   text_input    text by lines or in bulk: mapped files, pipes, terminals, strings
+//   text_output   a text file or stream being written
+//   memory        large areas that cost nothing until they are touched
+//   parallel      fork and join over a fixed number of sections
+//   cpu           the vector width that the processor can run
+//   signals       signals that ask a run to stop
+#pragma once
+
+#include "platform/cpu.h"
+#include "platform/memory.h"
+#include "platform/parallel.h"
+#include "platform/signals.h"
+#include "platform/text_input.h"
+#include "platform/text_output.h"
