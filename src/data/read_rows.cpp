@@ -243,7 +243,6 @@ RowsRead read_rows(LineCursor& cursor, const RowPlan& plan, const RowTarget* tar
           read.line = cursor.line;
           return read;
         }
-        k = width;
         break;
       }
       std::size_t at = 0;

@@ -96,7 +96,7 @@ void print_marker(int position) {
 
 }  // namespace
 
-bool StatementScanner::fail_at(int error, int position) {
+bool StatementScanner::fail_at(int error, int position) const {
   if (error == GENR_SYNTAX) print_marker(position);
   print_failure(error);
   set_error_code(error);

@@ -43,7 +43,7 @@ class StatementScanner {
   int count() const { return count_; }
   // True when text remains behind an IF's bracket.
   bool more();
-  bool fail_at(int error, int position);
+  bool fail_at(int error, int position) const;
 
  private:
   enum class Head { None, Assignment, Failed };

@@ -116,8 +116,8 @@ class Stream {
     const double folded = (R1_ - 0.5) + (word - 0.5);
     // Chosen by mask: a branch would be guessed wrong every other time.
     const std::uint64_t over = 0 - static_cast<std::uint64_t>(sum >= 1.0);
-    double V = std::bit_cast<double>((std::bit_cast<std::uint64_t>(folded) & over) |
-                                     (std::bit_cast<std::uint64_t>(sum) & ~over));
+    auto V = std::bit_cast<double>((std::bit_cast<std::uint64_t>(folded) & over) |
+                                   (std::bit_cast<std::uint64_t>(sum) & ~over));
     if (V <= 0.0) [[unlikely]]
       V = 0x1p-54;  // the sum was rounded up to 1
     R1_ = V;

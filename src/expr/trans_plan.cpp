@@ -94,8 +94,7 @@ class Planner {
     plan_.limit = std::min(plan_.limit, target.rows);
     // A target that the list reads must keep its values until the block is known to be clean.
     plan_.direct = true;
-    for (std::size_t i = 0; i < run_.steps.size(); ++i) {
-      const Step& s = run_.steps[i];
+    for (const Step& s : run_.steps) {
       for (const int place : {s.left, s.right}) {
         if (place != 0 && run_.source(place).assigned) plan_.direct = false;
       }
@@ -144,7 +143,7 @@ class Planner {
     return false;
   }
 
-  BlockStep& next() { return plan_.steps[static_cast<std::size_t>(plan_.count)]; }
+  BlockStep& next() const { return plan_.steps[static_cast<std::size_t>(plan_.count)]; }
 
   // Takes the step at next() into the plan; its result is q's temporary.
   bool emit(BlockStep& step, const Quad& q) {

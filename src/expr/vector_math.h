@@ -57,7 +57,7 @@ static inline Vec exp_lanes(Vec x) {
   const Vec scale1 = (Vec)((half - splat_bits(1)) << 52);
   const Vec scale2 = (Vec)((rest - splat_bits(1)) << 52);
   const Vec result = p * scale1 * scale2;
-  return x == x ? result : x;
+  return x == x ? result : x;  // NOLINT(misc-redundant-expression): NaN as it came
 }
 
 // log(x) for x > 0 and NaN; other arguments give no number of use.
@@ -86,7 +86,7 @@ static inline Vec log_lanes(Vec x) {
   const Vec result =
       k * splat(LN2_HIGH) - ((half_square - (s * (half_square + R) + k * splat(LN2_LOW))) - f);
   const Vec limited = x == splat(__builtin_inf()) ? x : result;
-  return x == x ? limited : x;
+  return x == x ? limited : x;  // NOLINT(misc-redundant-expression): NaN as it came
 }
 
 }  // namespace korvel::KORVEL_LANES

@@ -191,7 +191,7 @@ double refine_block(const double* a, int K, std::ptrdiff_t ld, std::ptrdiff_t ro
     lane_store(e + rows + i, sum_error(high, s, low));
     sse = sse + high * high;
   }
-  for (int k = 0; k < K; ++k) {
+  for (std::ptrdiff_t k = 0; k < K; ++k) {
     Lane8 s = lane_load(g + k * 8);
     Lane8 low = lane_load(glo + k * 8);
     for (std::ptrdiff_t i = 0; i < rows; i += 8) {

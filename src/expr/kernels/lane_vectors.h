@@ -23,23 +23,25 @@ struct Lane8 {
   LanePart part[LANE_PARTS];
 };
 
+inline constexpr std::ptrdiff_t PART = LANE_BYTES / 8;  // doubles of a part
+
 inline Lane8 lane_load(const double* p) {
   Lane8 r;
-  for (int i = 0; i < LANE_PARTS; ++i) {
-    __builtin_memcpy(&r.part[i], p + i * (LANE_BYTES / 8), LANE_BYTES);  // of any alignment
+  for (std::ptrdiff_t i = 0; i < LANE_PARTS; ++i) {
+    __builtin_memcpy(&r.part[i], p + i * PART, LANE_BYTES);  // of any alignment
   }
   return r;
 }
 inline void lane_store(double* p, const Lane8& a) {
-  for (int i = 0; i < LANE_PARTS; ++i) {
-    __builtin_memcpy(p + i * (LANE_BYTES / 8), &a.part[i], LANE_BYTES);
+  for (std::ptrdiff_t i = 0; i < LANE_PARTS; ++i) {
+    __builtin_memcpy(p + i * PART, &a.part[i], LANE_BYTES);
   }
 }
 inline Lane8 lane_splat(double v) {
   LanePart all = {};  // filled lane by lane: adding v to zeros would lose the sign of a zero
-  for (std::size_t k = 0; k < LANE_BYTES / 8; ++k) all[k] = v;
+  for (std::ptrdiff_t k = 0; k < PART; ++k) all[k] = v;
   Lane8 r;
-  for (int i = 0; i < LANE_PARTS; ++i) r.part[i] = all;
+  for (LanePart& part : r.part) part = all;
   return r;
 }
 inline Lane8 operator+(const Lane8& a, const Lane8& b) {
