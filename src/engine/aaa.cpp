@@ -214,7 +214,6 @@ bool set_par(Workspace ws) {
     return false;
   }
   RUNCOM.settings.par = value.value < 1 ? RUNCOM.par : static_cast<std::int64_t>(value.value);
-  say<"(' PAR IS NOW SET AT', I12)">(RUNCOM.settings.par);
   return true;
 }
 

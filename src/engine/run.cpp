@@ -129,6 +129,7 @@ int command_loop() {
     }
     RUNCOM.par = wanted;
     ws = workspace();
+    if (INPCOM.IKOD == K_PARM) say<"(' PAR IS NOW SET AT', I12)">(wanted);
     RESET(ws);
   }
   return EXIT_GOOD;
