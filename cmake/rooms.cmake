@@ -2,6 +2,7 @@
 # they are linked as a group. Files named *_lanes.cpp hold loops that are built once for each vector
 # width (baseline, AVX2, AVX-512); every build gives the same bytes, the run picks one at start.
 set(KORVEL_ROOMS "")
+set(KORVEL_OBJECTS "")  # the objects of all rooms, for the one static library
 function(korvel_room room)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/${room}/*.cpp)
   list(FILTER sources EXCLUDE REGEX "_lanes\\.cpp$|/korvelx\\.cpp$")
@@ -29,9 +30,11 @@ function(korvel_room room)
         target_compile_options(korvel_${room}_${width} PRIVATE -mavx512f -mavx512dq -mavx512vl -mprefer-vector-width=512)
       endif()
       target_sources(korvel_${room} PRIVATE $<TARGET_OBJECTS:korvel_${room}_${width}>)
+      list(APPEND KORVEL_OBJECTS $<TARGET_OBJECTS:korvel_${room}_${width}>)
     endforeach()
   endif()
   set(KORVEL_ROOMS ${KORVEL_ROOMS} korvel_${room} PARENT_SCOPE)
+  set(KORVEL_OBJECTS ${KORVEL_OBJECTS} $<TARGET_OBJECTS:korvel_${room}> PARENT_SCOPE)
 endfunction()
 
 # Every room may call every other one: a cycle of static libraries, which CMake repeats as needed.

@@ -90,7 +90,7 @@ ConsoleCall KORVELD(const std::vector<std::string>& arguments) {
       call.settings.commands = with_line_ends(arguments[++i]);
       call.settings.have_commands = true;
     } else if (options && a == "%") {
-      OSCOM.ODB = true;
+      call.settings.databank = true;
     } else if (options && keyed(a, "PAR=", value)) {
       if (!whole_number(value, 9999999999, n)) return refuse("PAR= needs a whole number");
       if (n > 0) call.settings.par = n;

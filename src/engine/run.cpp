@@ -113,6 +113,7 @@ int command_loop() {
   RUNCOM.par = RUNCOM.settings.par;
   Workspace ws = workspace();
   RESET(ws);
+  OSCOM.ODB = RUNCOM.settings.databank;
   if (!RUNCOM.settings.quiet) print_banner();
   for (;;) {
     AAA(ws);

@@ -30,6 +30,7 @@ struct RunSettings {
   std::string commands;  // -c: commands instead of an input
   bool have_commands = false;
   bool quiet = false;         // no greeting
+  bool databank = false;      // SET DB from the start
   bool mirror_errors = true;  // on standard error, in a batch run
   bool mirror_warnings = false;
   std::string temp;  // VTEMP

@@ -2,7 +2,7 @@
 //
 // Plain double arithmetic in one fixed order, no branches and no fused multiply-add: a lane gives
 // the same bits in every width, build and compiler, and so does a single value. Both are within 1
-// ulp. The polynomials are Chebyshev fits made at 60 digits (tests/tools/vector_function_fits.py);
+// ulp. The polynomials are Chebyshev fits made at 60 digits (tools/vector_function_fits.py);
 // the reductions are those of Cody and Waite (1980), Software Manual for the Elementary Functions,
 // chapters 5 and 6, and of Tang (1990), ACM TOMS 16, 378-400.
 #pragma once

@@ -1,4 +1,4 @@
-// The random streams, bit by bit. The expected numbers come from tests/tools/random_reference.py.
+// The random streams, bit by bit. The expected numbers come from tools/random_reference.py.
 
 #include <gtest/gtest.h>
 
