@@ -171,6 +171,24 @@ class StreamText : public TextInput {
   std::int64_t number_ = 0;
 };
 
+// Files up to this size are copied instead of mapped: a script may be saved by an editor while it
+// runs, and touching a mapped page that has been cut off would end the program.
+constexpr std::size_t COPIED = std::size_t{1} << 23;
+
+std::unique_ptr<TextInput> copied_text(int fd, std::size_t n, const std::string& path) {
+  std::string text(n, '\0');
+  std::size_t done = 0;
+  while (done < n) {
+    const ssize_t got = read(fd, text.data() + done, n - done);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    done += static_cast<std::size_t>(got);
+  }
+  close(fd);
+  text.resize(done);
+  return std::make_unique<MemoryText>(std::move(text), path);
+}
+
 }  // namespace
 
 std::unique_ptr<TextInput> open_text(const std::string& path) {
@@ -182,12 +200,10 @@ std::unique_ptr<TextInput> open_text(const std::string& path) {
     errno = EISDIR;
     return nullptr;
   }
-  if (!S_ISREG(st.st_mode)) return std::make_unique<StreamText>(fd, true, path);
+  // Files that tell no size (those of /proc) are read as they come.
+  if (!S_ISREG(st.st_mode) || st.st_size == 0) return std::make_unique<StreamText>(fd, true, path);
   const auto n = static_cast<std::size_t>(st.st_size);
-  if (n == 0) {
-    close(fd);
-    return std::make_unique<MemoryText>(std::string(), path);
-  }
+  if (n <= COPIED) return copied_text(fd, n, path);
   void* p = mmap(nullptr, n, PROT_READ, MAP_PRIVATE, fd, 0);
   if (p == MAP_FAILED) return std::make_unique<StreamText>(fd, true, path);
   close(fd);

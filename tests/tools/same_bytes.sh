@@ -1,0 +1,16 @@
+#!/bin/sh
+# One script must give the same bytes for any vector width and any number of threads.
+program=$1
+script=$2
+first=""
+for lanes in baseline avx2 avx512; do
+  for threads in 1 2 5; do
+    sum=$(KORVEL_LANES=$lanes KORVEL_THREADS=$threads "$program" -q "$script" 2>&1 | cksum)
+    [ -n "$first" ] || first=$sum
+    if [ "$sum" != "$first" ]; then
+      echo "$lanes on $threads threads differs"
+      exit 1
+    fi
+  done
+done
+"$program" -q "$script" | grep -q 'R-SQUARE ADJUSTED' # the script has come to its end
