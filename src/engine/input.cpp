@@ -274,8 +274,18 @@ int take_word(int at) {
   return n;
 }
 
+// In the editor state every line is dropped but the one that ends it.
+bool dropped_by_editor() {
+  if (INPCOM.LKOD != K_KORVEDIT) return false;
+  const int at = first_nonblank(0);
+  if (NAMCHK(typed_at(at)) != 1) return true;
+  take_word(at);
+  return find_command(right_trimmed({INPCOM.COMWRD, KEYLEN})) != K_KORVEDIT;
+}
+
 // Finds the command in the buffer. True when there is one to run.
 bool find_in_buffer() {
+  if (dropped_by_editor()) return false;
   int at = 0;
   for (;;) {
     const Prefix prefix = take_prefixes(at);
@@ -315,8 +325,6 @@ bool find_in_buffer() {
     INPCOM.IKOD = find_command(word);
     SCNCOM.ISTART = at + n;
     const bool typed = INPCOM.IKOD == K_FILE || is_text_command(INPCOM.IKOD);
-    if (INPCOM.LKOD == K_KORVEDIT && INPCOM.IKOD != K_KORVEDIT)
-      return false;  // the editor drops lines
     maybe_echo(typed ? BUFFER.typed.data() : BUFFER.COMBUF.data());
     if (INPCOM.IKOD == 0) {
       unknown_command({BUFFER.typed.data() + at, static_cast<std::size_t>(n)});

@@ -87,7 +87,6 @@ struct IoCom {
   int INDATA = 5;   // unit from which READ takes data
   bool O5 = false;  // input is a named file
   bool O6 = false;  // output is a named file
-  bool O66 = false;
 };
 inline constinit IoCom IOCOM{};
 

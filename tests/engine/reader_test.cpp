@@ -60,6 +60,15 @@ TEST(Reader, EchoesWhatIsRun) {
             "|_TITLE " + operands.substr(0, 122) + "\n" + operands.substr(122) + "\n" + END);
 }
 
+TEST(Reader, DropsLinesInTheEditorState) {
+  EXPECT_EQ(
+      run_commands("KORVEDIT\n* c\n(x\n12 3\n$ls\nSTOP\nfoo &\nSTOP\nKorvedit\nDISPLAY WARN\n")
+          .text,
+      std::string("|_KORVEDIT\n ENTERING KORVEL EDITOR, TO EXIT TYPE: KORVEDIT\n|_KORVEDIT\n"
+                  "|_DISPLAY WARN\n WARN      TRUE\n") +
+          END);
+}
+
 TEST(Reader, DropsWhatPassesTheLineLength) {
   EXPECT_TRUE(
       holds(run_commands("SET COMLEN=20\nDISPLAY WARN        MAX\n"), "|_DISPLAY WARN\n WARN"));
