@@ -14,5 +14,6 @@ int main(int argc, char** argv) {
     return n < 0 ? 1 : call.status;
   }
   korvel::catch_signals();
+  if (call.settings.safe) korvel::limit_resources();
   return korvel::run_korvel(call.settings);
 }

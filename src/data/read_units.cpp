@@ -53,6 +53,10 @@ DataUnit* open_data_unit(int unit, std::string_view typed, bool rewind) {
     if (!rewind) return at->get();
     open.erase(at);
   }
+  if (!file_allowed(path)) {
+    refuse_in_safe_run();
+    return nullptr;
+  }
   auto fresh = std::make_unique<DataUnit>();
   fresh->unit = unit;
   fresh->path = path;

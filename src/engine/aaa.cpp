@@ -207,6 +207,10 @@ bool set_par(Workspace ws) {
     say<"(' ...NOTE..PAR IS ', I0, ' MAXIMUM VARIABLES IS', I8)">(RUNCOM.par, DATCOM.MAXVAR);
     return false;
   }
+  if (RUNCOM.settings.safe) {
+    refuse_in_safe_run();
+    return false;
+  }
   const Scalar value = scalar_value(ws, TOKCOM.token[1].text);
   if (!value.ok) return false;
   if (!(value.value >= 0 && value.value < 1e15)) {
@@ -225,6 +229,10 @@ bool set_size(Workspace ws) {
     return false;
   }
   if (SCNCOM.NWORDS == 0) return false;
+  if (RUNCOM.settings.safe) {
+    refuse_in_safe_run();
+    return false;
+  }
   const Scalar value = scalar_value(ws, TOKCOM.token[1].text);
   if (!value.ok) return false;
   if (!(value.value >= 0 && value.value <= MOSTVARS)) {

@@ -16,6 +16,8 @@ constexpr const char* HELP =
     "  -             standard input, or standard output as second name\n"
     "  -q            no greeting\n"
     "  -W            mirror warnings on standard error too (errors always are in a batch run)\n"
+    "  SAFE          don't trust the commands: read only below this folder, keep the workspace's\n"
+    "                size, ten minutes of processor time at the most\n"
     "  PAR=n         workspace of n kilobytes (20480)\n"
     "  SIZE=n        room for n variables (1000)\n"
     "  TEMP=path     folder for temporary files\n"
@@ -91,6 +93,8 @@ ConsoleCall KORVELD(const std::vector<std::string>& arguments) {
       call.settings.have_commands = true;
     } else if (options && a == "%") {
       call.settings.databank = true;
+    } else if (options && (a == "SAFE" || a == "--safe")) {
+      call.settings.safe = true;
     } else if (options && keyed(a, "PAR=", value)) {
       if (!whole_number(value, 9999999999, n)) return refuse("PAR= needs a whole number");
       if (n > 0) call.settings.par = n;

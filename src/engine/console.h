@@ -16,7 +16,8 @@ struct ConsoleCall {
 };
 
 // Reads arguments: PAR=, SIZE=, TEMP=, ENV= and % anywhere, the first two others are the input and
-// the output file. Options: --help, --version, -c COMMANDS, -q, -W, - for standard input or output.
+// the output file. SAFE. Options: --help, --version, -c COMMANDS, -q, -W, - for standard input or
+// output.
 ConsoleCall KORVELD(const std::vector<std::string>& arguments);
 
 }  // namespace korvel

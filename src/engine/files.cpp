@@ -2,13 +2,19 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <memory>
 
 #include "engine/output.h"
 #include "engine/run.h"
 
 namespace korvel {
 namespace {
+
+struct FreeText {
+  void operator()(char* text) const { std::free(text); }  // NOLINT(cppcoreguidelines-no-malloc)
+};
 
 bool is_file(const std::string& path) {
   struct stat st {};
@@ -42,6 +48,17 @@ std::string resolve_read_name(std::string_view typed) {
   if (slash != std::string::npos) found = find_in(RUNCOM.settings.input.substr(0, slash + 1), name);
   return found.empty() ? name : found;
 }
+
+bool file_allowed(const std::string& path) {
+  if (!RUNCOM.settings.safe) return true;
+  const std::unique_ptr<char, FreeText> folder(realpath(".", nullptr));
+  const std::unique_ptr<char, FreeText> file(realpath(path.c_str(), nullptr));
+  if (file == nullptr) return errno == ENOENT;  // the open that follows says that it is not there
+  const std::string below = std::string(folder == nullptr ? "" : folder.get()) + "/";
+  return folder != nullptr && std::string_view(file.get()).substr(0, below.size()) == below;
+}
+
+void refuse_in_safe_run() { fail(" ...ERROR..NOT ALLOWED IN A SAFE RUN"); }
 
 TextOutput& main_output() {
   static TextOutput output;

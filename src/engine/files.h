@@ -13,6 +13,14 @@ namespace korvel {
 // typed when there is none.
 std::string resolve_read_name(std::string_view typed);
 
+// Whether the run may open a file: always, but for a SAFE run, whose command text is not trusted.
+// Such a run reads only below its working folder (links are followed first), keeps the workspace it
+// was started with, and is held to limits of time and file size.
+bool file_allowed(const std::string& path);
+
+// The line that a SAFE run gives to a command which it must not carry out.
+void refuse_in_safe_run();
+
 // Where printed lines go.
 TextOutput& main_output();
 

@@ -31,6 +31,7 @@ struct RunSettings {
   bool have_commands = false;
   bool quiet = false;         // no greeting
   bool databank = false;      // SET DB from the start
+  bool safe = false;          // the command text is not trusted: see files.h
   bool mirror_errors = true;  // on standard error, in a batch run
   bool mirror_warnings = false;
   std::string temp;  // VTEMP

@@ -1,5 +1,7 @@
 #include "platform/signals.h"
 
+#include <sys/resource.h>
+
 #include <csignal>
 
 namespace korvel {
@@ -19,8 +21,17 @@ void catch_signals() {
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
   sigaction(SIGHUP, &action, nullptr);
+  sigaction(SIGXCPU, &action, nullptr);
   action.sa_handler = SIG_IGN;
   sigaction(SIGPIPE, &action, nullptr);
+}
+
+void limit_resources() {
+  constexpr rlim_t seconds = 600, grace = 10, bytes = rlim_t{1} << 30;
+  const rlimit time{seconds, seconds + grace}, size{bytes, bytes}, none{0, 0};
+  setrlimit(RLIMIT_CPU, &time);
+  setrlimit(RLIMIT_FSIZE, &size);
+  setrlimit(RLIMIT_CORE, &none);
 }
 
 int signal_received() { return received; }

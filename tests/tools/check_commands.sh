@@ -40,6 +40,14 @@ expect 'the input is whole' 4 "$(wc -l < 'in put.kor')"
 "$program" -q 'in put.kor' /no/such/folder/x 2> /dev/null; expect 'output not writable' 2 $?
 "$program" PAR=16777216 -c '' > /dev/null 2>&1; expect 'PAR beyond the limit' 4 $?
 "$program" par=100 'in put.kor' > /dev/null 2>&1; expect 'keys in lower case' 1 $?
+mkdir below && printf '1\n2\n' > below/x.dat && printf '7\n' > "$dir.dat" && ln -s "$dir.dat" below/link.dat
+expect 'a SAFE run reads below its folder' 1 "$("$program" -q SAFE -c 'READ(below/x.dat) X / EOF' | grep -c '2 OBSERVATIONS')"
+for name in /etc/passwd below/link.dat ../x "$dir.dat"; do
+  "$program" -q SAFE -c "READ($name) X / EOF" 2> /dev/null | grep -qE 'NOT ALLOWED IN A SAFE RUN|DOES NOT EXIST:../x' ||
+    { echo "SAFE let $name through"; bad=1; }
+done
+expect 'a SAFE run keeps its size' 1 "$("$program" -q SAFE -c 'PAR 1000' 2> /dev/null | grep -c 'NOT ALLOWED')"
+rm -f "$dir.dat"
 "$program" --version | grep -q '^KORVEL 11.0$' || { echo 'version'; bad=1; }
 "$program" '?' | grep -q 'Usage: KORVELD \[? | {<in filename> \[<out filename>\]}\]' || { echo 'usage'; bad=1; }
 if [ -w /dev/full ]; then
