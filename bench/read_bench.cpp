@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdint>
@@ -13,8 +14,10 @@
 #include <vector>
 
 #include "data/data.h"
+#include "data/list_numbers.h"
 #include "data/sample.h"
 #include "engine/run.h"
+#include "platform/parallel.h"
 
 namespace {
 
@@ -99,6 +102,31 @@ void command_stream(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(file.size()));
 }
 
+// The bound: the numbers of the same text converted on all threads, and nothing done with them.
+void numbers_only(benchmark::State& state) {
+  static const std::string text = numbers(' ', COLUMNS);
+  constexpr std::size_t SECTIONS = 64;
+  std::array<double, SECTIONS> sums{};
+  for (auto _ : state) {
+    korvel::parallel_sections(static_cast<int>(SECTIONS), [&](int section) {
+      const auto s = static_cast<std::size_t>(section);
+      const auto from = text.find('\n', text.size() * s / SECTIONS);
+      const auto to = text.find('\n', text.size() * (s + 1) / SECTIONS);
+      const char* p = text.data() + (s == 0 ? 0 : from);
+      const char* const end = text.data() + std::min(to, text.size());
+      double sum = 0.0;
+      while (p < end) {
+        double v = 0.0;
+        if (*p == ' ' || *p == '\n' || !korvel::scan_number(p, end, v)) ++p;
+        sum += v;
+      }
+      sums[s] = sum;
+    });
+    benchmark::DoNotOptimize(sums);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+}
+
 void missing_scan(benchmark::State& state) {
   const std::vector<double> x(static_cast<std::size_t>(ROWS) * COLUMNS, 1.5);
   for (auto _ : state) benchmark::DoNotOptimize(korvel::count_equal(x, -99999.0));
@@ -110,6 +138,7 @@ BENCHMARK(free_text)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(comma_separated)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(one_series)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(command_stream)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(numbers_only)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(missing_scan)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

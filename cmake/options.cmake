@@ -8,6 +8,7 @@ target_compile_options(korvel_flags INTERFACE
   -fstack-protector-strong
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)  # GCC 12 sees overlaps in std::string that are not there
 if(KORVEL_SANITIZE)
+  target_compile_definitions(korvel_flags INTERFACE KORVEL_SANITIZED)
   target_compile_options(korvel_flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
                          -fno-omit-frame-pointer)
   target_link_options(korvel_flags INTERFACE -fsanitize=address,undefined)

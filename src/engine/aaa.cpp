@@ -319,22 +319,15 @@ bool run_command(Workspace ws) {
 }  // namespace
 
 void MENU() {
-  int on_line = 0;
-  alignas(Line) unsigned char room[sizeof(Line)];
-  Line* line = nullptr;
+  WordRows rows(MENUCOLUMNS);
   for (int i = 0; i < NCOMMANDS; ++i) {
     const int ikod =
         i < static_cast<int>(MENUORDER.size()) ? MENUORDER[static_cast<std::size_t>(i)] : i + 1;
     const std::string_view word = TABLE[static_cast<std::size_t>(ikod - 1)].word;
     if (word.empty() || NAMCHK(word[0]) != 1 ? word != "2SLS" : word[0] >= 'a') continue;
-    if (on_line == 0) line = new (room) Line();
-    line->put<"(1X, A1, A8)">(std::string_view(usable_now(ikod) ? " " : "*"), word);
-    if (++on_line == MENUCOLUMNS) {
-      OUTLINE();
-      on_line = 0;
-    }
+    rows.add(word, usable_now(ikod) ? " " : "*");
   }
-  if (on_line > 0) OUTLINE();
+  rows.end();
   say(" * INDICATES COMMAND CANNOT BE USED AT THIS STEP");
 }
 
@@ -343,7 +336,6 @@ void AAA(Workspace ws) {
   INPCOM.IKOD = -1;
   for (;;) {
     // 1. The next command; the end of the input is a STOP.
-    const int nobs = DATCOM.NOBS;
     INPUT(ws);
     OCOM.ODONT = OCOM.OERR = false;
     OCOM.IFAULT = 0;
@@ -361,9 +353,6 @@ void AAA(Workspace ws) {
     OCOM.ONEWV = OCOM.OMAT = false;
     const int ikod = INPCOM.IKOD;
     if (run_command(ws)) return;
-    DATCOM.NOBS = ikod == K_SAMPLE || ikod == K_SMPL || ikod == K_READ || ikod == K_RESET
-                      ? DATCOM.NOBS
-                      : nobs;
     if (counts_for_size(ikod)) ++INPCOM.NCOMM;
     if (RUNCOM.ended) return;
     // 3. A stop from the keyboard ends the command, not the session.

@@ -66,23 +66,18 @@ Found match_option(std::span<const OptionWord> table, std::string_view word) {
   return f;
 }
 
+constexpr int OPTIONCOLUMNS = 10;
+
 void invalid_option(std::span<const OptionWord> table, std::string_view word) {
   error_line<"(' ...ERROR..INVALID OPTION..', A)">(word.substr(0, 64));
   mark_failed();
   say(" AVAILABLE OPTIONS ARE:");
-  int on_line = 0;
-  Line* row = nullptr;
-  alignas(Line) unsigned char room[sizeof(Line)];
+  WordRows rows(OPTIONCOLUMNS);
   for (const OptionWord& w : table) {
     if (!typable(w)) continue;
-    if (on_line == 0) row = new (room) Line();
-    row->put<"(1X, A8)">(w.word);
-    if (++on_line == 10) {
-      OUTLINE();
-      on_line = 0;
-    }
+    rows.add(w.word);
   }
-  if (on_line > 0) OUTLINE();
+  rows.end();
 }
 
 bool date_option(std::string_view word) {

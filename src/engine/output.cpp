@@ -123,6 +123,18 @@ void Line::blank(int from, int to) {
   if (to >= from) std::memset(text_ + from - 1, ' ', static_cast<std::size_t>(to - from + 1));
 }
 
+void WordRows::add(std::string_view word, std::string_view mark) {
+  if (!row_) row_.emplace();
+  row_->put<"(1X, A, A8)">(mark, word);
+  if (++on_line_ == per_line_) end();
+}
+
+void WordRows::end() {
+  if (row_) OUTLINE();
+  row_.reset();
+  on_line_ = 0;
+}
+
 void say(std::string_view text) {
   lay(text);
   OUTLINE();

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string_view>
 
 #include "data/format.h"
@@ -54,6 +55,20 @@ class Line {
  private:
   char* text_;
   int cursor_ = 0;
+};
+
+// A list of words, so many a line, each in 8 columns behind a blank and, for a menu, a mark. end()
+// sends the last line.
+class WordRows {
+ public:
+  explicit WordRows(int per_line) : per_line_(per_line) {}
+  void add(std::string_view word, std::string_view mark = {});
+  void end();
+
+ private:
+  std::optional<Line> row_;
+  int per_line_;
+  int on_line_ = 0;
 };
 
 // One line, or several parted by '\n'.

@@ -77,12 +77,20 @@ std::unique_ptr<TextInput> open_input(RunSettings& settings) {
   return nullptr;
 }
 
+bool same_file(const std::string& a, const std::string& b) {
+  char* pa = realpath(a.c_str(), nullptr);
+  char* pb = realpath(b.c_str(), nullptr);
+  const bool same = pa != nullptr && pb != nullptr && std::strcmp(pa, pb) == 0;
+  std::free(pa);  // NOLINT(cppcoreguidelines-no-malloc)
+  std::free(pb);  // NOLINT(cppcoreguidelines-no-malloc)
+  return same;
+}
+
 bool open_output(const RunSettings& settings) {
   if (settings.output.empty() || settings.output == "-") {
     main_output().attach(1);
     return true;
   }
-  // The output must not be the script that is being read.
   if (main_output().open(settings.output)) {
     IOCOM.O6 = true;
     return true;
@@ -90,8 +98,6 @@ bool open_output(const RunSettings& settings) {
   tell(settings.output + ": " + std::strerror(errno));  // NOLINT(concurrency-mt-unsafe)
   return false;
 }
-
-bool same_file(const std::string& a, const std::string& b);
 
 std::string script_name(const RunSettings& settings) {
   if (settings.have_commands) return "-c";
@@ -123,9 +129,6 @@ int command_loop() {
       too_little_memory(largest);
       mark_failed();
       RUNCOM.settings.par = RUNCOM.par;
-      if (wanted <= largest && !new_workspace(RUNCOM.par, RUNCOM.settings.maxvar, &largest)) {
-        return EXIT_NOROOM;
-      }
       continue;
     }
     RUNCOM.par = wanted;
@@ -160,15 +163,6 @@ int finish(int status) {
   }
   if (RUNCOM.ended) return EXIT_STOPPED;
   return RUNCOM.failures > 0 ? EXIT_FAILED : EXIT_GOOD;
-}
-
-bool same_file(const std::string& a, const std::string& b) {
-  char* pa = realpath(a.c_str(), nullptr);
-  char* pb = realpath(b.c_str(), nullptr);
-  const bool same = pa != nullptr && pb != nullptr && std::strcmp(pa, pb) == 0;
-  std::free(pa);  // NOLINT(cppcoreguidelines-no-malloc)
-  std::free(pb);  // NOLINT(cppcoreguidelines-no-malloc)
-  return same;
 }
 
 }  // namespace

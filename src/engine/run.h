@@ -46,7 +46,6 @@ struct RunCom {
   bool output_failed = false;
   std::int64_t par = 20480;  // workspace in force, kilobytes
   std::string vtemp = "/tmp/";
-  std::string vsys;
 };
 extern RunCom RUNCOM;
 

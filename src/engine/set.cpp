@@ -86,17 +86,14 @@ bool unit_change(std::string_view word, int unit) {
 
 void store_settings() {
   const auto& I = OPTCOM.IOPT;
-  for (const std::string_view w : {"READUNIT", "INUNIT", "OUTUNIT"}) {
-    int place = 0;
-    for (const OptionWord& o : SETOPT.words) {
-      if (o.kind != OptionKind::Integer) continue;
-      if (o.word == w) break;
-      ++place;
-    }
-    if (OPTCOM.igiven[static_cast<std::size_t>(place)] &&
-        !unit_change(w, I[static_cast<std::size_t>(place)])) {
-      return;
-    }
+  const struct {
+    std::string_view word;
+    std::size_t place;
+  } units[] = {{"READUNIT", SETOPT.place("READUNIT")},
+               {"INUNIT", SETOPT.place("INUNIT")},
+               {"OUTUNIT", SETOPT.place("OUTUNIT")}};
+  for (const auto& u : units) {
+    if (OPTCOM.igiven[u.place] && !unit_change(u.word, I[u.place])) return;
   }
   const int columns = I[SETOPT.place("MAXCOLON")];
   const int length = I[SETOPT.place("COMLEN")];
@@ -117,18 +114,9 @@ void store_settings() {
 }
 
 void print_words() {
-  int on_line = 0;
-  Line row;
-  for (const OptionWord& w : SETOPT.words) {
-    if (on_line == 10) {
-      OUTLINE();
-      row = Line();
-      on_line = 0;
-    }
-    row.put<"(1X, A8)">(w.word);
-    ++on_line;
-  }
-  OUTLINE();
+  WordRows rows(10);
+  for (const OptionWord& w : SETOPT.words) rows.add(w.word);
+  rows.end();
 }
 
 // Number of a word in the whole table by the rule of abbreviations, -1 none.

@@ -104,10 +104,13 @@ bool new_workspace(std::int64_t par, int maxvar, std::int64_t* largest) {
   *largest = std::min(most / 128, room);
   if (par > *largest) return false;
   const std::int64_t words = std::max(par * 128, LEASTWORDS);
+  // The new area comes first: when it is not to be had, the old one and its data stay.
+  const std::size_t bytes = static_cast<std::size_t>(words) * sizeof(double);
+  auto* const data = static_cast<double*>(reserve_memory(bytes));
+  if (data == nullptr) return false;
   release_memory(s.data, s.bytes);
-  s.bytes = static_cast<std::size_t>(words) * sizeof(double);
-  s.data = static_cast<double*>(reserve_memory(s.bytes));
-  if (s.data == nullptr) return false;
+  s.data = data;
+  s.bytes = bytes;
   const auto entries = static_cast<std::size_t>(maxvar + SPARE);
   s.kadd.assign(entries, 0);
   std::array<char, NAMELEN> blank{};

@@ -60,6 +60,7 @@ struct Place {
   int rows() const { return N2 > 0 ? LEN / N2 : LEN; }
 };
 
+// The old area, if any, is given up only when the new one is there.
 // Makes the data area (par kilobytes) and the table (maxvar entries) and empties them.
 // False with the largest par that would work in *largest when the machine cannot give so much.
 bool new_workspace(std::int64_t par, int maxvar, std::int64_t* largest);

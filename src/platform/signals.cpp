@@ -24,6 +24,7 @@ void catch_signals() {
   sigaction(SIGXCPU, &action, nullptr);
   action.sa_handler = SIG_IGN;
   sigaction(SIGPIPE, &action, nullptr);
+  sigaction(SIGXFSZ, &action, nullptr);  // a file at its limit is a write error too
 }
 
 void limit_resources() {

@@ -2,6 +2,9 @@
 #include "engine/workspace.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <algorithm>
 
 #include <cmath>
 #include <numeric>
@@ -85,6 +88,23 @@ TEST_F(WorkspaceTest, AShortageLosesNothing) {
   EXPECT_NE(NEWVAR(ws, "C", {.LEN = 900}), 0);
   for (int i = 0; i < 12; ++i) NEWVAR(ws, "V" + std::to_string(i), {.LEN = 1});
   EXPECT_EQ(DATCOM.NVARS, 12);
+}
+
+TEST_F(WorkspaceTest, ARefusedSizeKeepsTheData) {
+  make("A", 3, 1);
+  std::int64_t largest = 0;
+  EXPECT_FALSE(new_workspace(std::int64_t{1} << 40, 12, &largest));
+#if defined(__SANITIZE_ADDRESS__) || defined(KORVEL_SANITIZED)
+  GTEST_SKIP() << "the sanitizer's own memory passes any limit";
+#endif
+  rlimit old{};
+  getrlimit(RLIMIT_AS, &old);
+  const rlimit tight{std::min<rlim_t>(rlim_t{1} << 32, old.rlim_max), old.rlim_max};
+  setrlimit(RLIMIT_AS, &tight);  // within the limit of sizes, but the machine says no
+  const bool made = new_workspace(8000000, 12, &largest);
+  setrlimit(RLIMIT_AS, &old);
+  EXPECT_FALSE(made);
+  EXPECT_EQ(elements(workspace(), VARNUM(workspace(), "A"))[2], 3.0);
 }
 
 TEST_F(WorkspaceTest, FindsColumnsAndElements) {
