@@ -38,7 +38,5 @@ void set_sample_size(Workspace ws);
 
 // A READ in scan mode: passes over its data lines in the command stream, reads and stores nothing.
 void skip_stream_data(Workspace ws);
-// Closes the files that READ holds open: RESET, FILE CLOSE and the end of the run.
-void close_data_files();
 
 }  // namespace korvel

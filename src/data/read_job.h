@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "data/read_rows.h"
-#include "data/read_units.h"
+#include "engine/units.h"
 #include "data/run_format.h"
 #include "engine/workspace.h"
 

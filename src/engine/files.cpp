@@ -21,6 +21,16 @@ bool is_file(const std::string& path) {
   return stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
 }
 
+// The name with a leading "~" replaced by HOME.
+std::string home_name(std::string_view typed) {
+  std::string name(trimmed(typed));
+  if (!name.empty() && name[0] == '~' && (name.size() == 1 || name[1] == '/')) {
+    const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe)
+    if (home != nullptr) name = home + name.substr(1);
+  }
+  return name;
+}
+
 // The name as typed, in upper and in lower case below a folder; empty when none is there.
 std::string find_in(const std::string& folder, const std::string& name) {
   std::string low = name, high = name;
@@ -37,17 +47,15 @@ std::string find_in(const std::string& folder, const std::string& name) {
 }  // namespace
 
 std::string resolve_read_name(std::string_view typed) {
-  std::string name(trimmed(typed));
-  if (!name.empty() && name[0] == '~' && (name.size() == 1 || name[1] == '/')) {
-    const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe)
-    if (home != nullptr) name = home + name.substr(1);
-  }
+  const std::string name = home_name(typed);
   std::string found = find_in("", name);
   if (!found.empty() || name.empty() || name[0] == '/') return found.empty() ? name : found;
   const auto slash = RUNCOM.settings.input.rfind('/');
   if (slash != std::string::npos) found = find_in(RUNCOM.settings.input.substr(0, slash + 1), name);
   return found.empty() ? name : found;
 }
+
+std::string resolve_write_name(std::string_view typed) { return home_name(typed); }
 
 bool file_allowed(const std::string& path) {
   if (!RUNCOM.settings.safe) return true;

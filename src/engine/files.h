@@ -13,6 +13,10 @@ namespace korvel {
 // typed when there is none.
 std::string resolve_read_name(std::string_view typed);
 
+// The path under which a file is written: the name as typed, a leading "~" replaced by HOME, and the
+// folder of FILE PATH put before a bare name.
+std::string resolve_write_name(std::string_view typed);
+
 // Whether the run may open a file: always, but for a SAFE run, whose command text is not trusted.
 // Such a run reads only below its working folder (links are followed first), keeps the workspace it
 // was started with, and is held to limits of time and file size.

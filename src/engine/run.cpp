@@ -16,6 +16,7 @@
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
+#include "engine/units.h"
 #include "expr/expr.h"
 #include "platform/signals.h"
 #include "platform/text_input.h"

@@ -194,6 +194,13 @@ void display(Workspace ws) {
 
 }  // namespace
 
+std::string& word_setting(std::string_view word) {
+  constexpr std::size_t before = 54 + 9 + 3;
+  std::size_t k = 0;
+  while (k + 1 < words().size() && SETOPT.words[before + k].word != word) ++k;
+  return words()[k];
+}
+
 void SETDIS(Workspace ws) {
   const Trace trace("SETDIS");
   if (INPCOM.IKOD == K_DISPLAY) return display(ws);

@@ -1,6 +1,8 @@
 // What the engine needs of the machine: read this first. Nothing here knows a command.
 //
 //   text_input    text by lines or in bulk: mapped files, pipes, terminals, strings
+//   file_output   a file of bytes, replaced as a whole or lengthened
+//   child         programs started without a shell
 //   text_output   a text file or stream being written
 //   memory        large areas that cost nothing until they are touched
 //   parallel      fork and join over a fixed number of sections
@@ -8,7 +10,9 @@
 //   signals       signals that ask a run to stop
 #pragma once
 
+#include "platform/child.h"
 #include "platform/cpu.h"
+#include "platform/file_output.h"
 #include "platform/memory.h"
 #include "platform/parallel.h"
 #include "platform/signals.h"

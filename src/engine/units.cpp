@@ -1,12 +1,15 @@
-#include "data/read_units.h"
+#include "engine/units.h"
+
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <system_error>
 #include <vector>
 
-#include "data/data.h"
 #include "engine/files.h"
 #include "engine/output.h"
+#include "engine/run.h"
 
 namespace korvel {
 namespace {
@@ -24,7 +27,25 @@ Units& units() {
   return u;
 }
 
-// The name that a unit stands for: the one assigned to it, else fort.n.
+// Whether two names mean one file, links and other spellings included.
+bool same_file(const struct stat& a, int descriptor) {
+  struct stat b {};
+  return descriptor >= 0 && fstat(descriptor, &b) == 0 && a.st_dev == b.st_dev &&
+         a.st_ino == b.st_ino;
+}
+
+// A file that this run reads its commands from or prints to can't be written by a command.
+bool in_use(const std::string& path) {
+  struct stat target {};
+  if (stat(path.c_str(), &target) != 0 || !S_ISREG(target.st_mode)) return false;
+  if (same_file(target, main_output().descriptor())) return true;
+  struct stat script {};
+  return stat(RUNCOM.settings.input.c_str(), &script) == 0 && script.st_dev == target.st_dev &&
+         script.st_ino == target.st_ino;
+}
+
+}  // namespace
+
 std::string unit_path(int unit) {
   for (const Assignment& a : units().assigned) {
     if (a.unit == unit) return a.path;
@@ -32,7 +53,11 @@ std::string unit_path(int unit) {
   return "fort." + std::to_string(unit);
 }
 
-}  // namespace
+bool reserved_unit(int unit) {
+  if (unit != 2 && unit != 3 && unit != 8) return false;
+  fail<"(' ...ERROR..UNIT', I2, ' IS RESERVED FOR INTERNAL USE')">(unit);
+  return true;
+}
 
 void DataUnit::backspace() {
   if (!text->whole() || passed == 0) return;
@@ -81,10 +106,35 @@ void close_data_unit(DataUnit* unit) {
   std::erase_if(units().open, [&](const auto& u) { return u.get() == unit; });
 }
 
-void assign_data_unit(int unit, std::string_view path) {
+bool open_output_file(FileOutput& file, int unit, std::string_view typed, WriteMode mode) {
+  const std::string path = unit > 0 ? unit_path(unit) : resolve_write_name(typed);
+  if (!file_allowed(path)) {
+    refuse_in_safe_run();
+    return false;
+  }
+  if (in_use(path)) {
+    fail<"(' ...ERROR..FILE IS THE INPUT OR OUTPUT OF THIS RUN:', A)">(path);
+    return false;
+  }
+  std::erase_if(units().open, [&](const auto& u) { return u->path == path; });
+  if (file.open(path, mode)) return true;
+  fail<"(' ...ERROR..OPEN ERROR ON UNIT', I0, ' ERROR=', I0, ' FILE=', A)">(
+      unit > 0 ? unit : NAMED_UNIT, file.error(), path);
+  return false;
+}
+
+bool commit_output_file(FileOutput& file) {
+  if (file.commit()) return true;
+  fail<"(' ...ERROR..WRITE ERROR ON FILE ', A, ': ', A)">(
+      file.path(), std::generic_category().message(file.error()));
+  return false;
+}
+
+bool AFILE(int unit, std::string_view typed) {
   std::erase_if(units().open, [&](const auto& u) { return u->unit == unit; });
   std::erase_if(units().assigned, [&](const Assignment& a) { return a.unit == unit; });
-  if (!path.empty()) units().assigned.push_back({unit, std::string(path)});
+  if (!typed.empty()) units().assigned.push_back({unit, std::string(typed)});
+  return true;
 }
 
 void close_data_files() { units().open.clear(); }
