@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "data/data.h"
+#include "engine/bodies.h"
 #include "engine/commands.h"
 #include "engine/files.h"
 #include "engine/input.h"
@@ -41,10 +42,10 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("IF", GENC, Tail::Raw),
     row("SKIPIF", GENC, Tail::Raw),
     row("SAMPLE", SMPL, Tail::Words),
-    row("DO", nullptr, Tail::Raw),
+    {"DO", DO, Tail::Raw, true},
     loop("RESTRICT"),
     row("TEST", nullptr, Tail::Raw),
-    row("EXECUTE", nullptr, Tail::Words),
+    row("EXECUTE", EXECS, Tail::Raw),
     loop("END"),
     row("HELP", nullptr, Tail::Raw),
     row("NAMES", DUMPIT),
@@ -52,7 +53,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     loop("FORMAT"),
     row("DIMENSIO", DIMEN, Tail::Words),
     row("DUMP", DUMPIT),
-    row("ENDO", nullptr, Tail::Raw),
+    row("ENDO", DOEND, Tail::Raw),
     row("DELETE", DELETX),
     row("AUTO"),
     row("STATS"),
@@ -63,14 +64,14 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("COMPRESS", SAVEX),
     loop("TITLE"),
     row("TIME", SMPL, Tail::Words),
-    row("SORT"),
+    row("SORT", SORTD),
     row("REWIND", nullptr, Tail::Words),
     row("GAMES", nullptr, Tail::Raw),
     row("CHECKOUT", nullptr, Tail::Raw),
     row("MATRIX", nullptr, Tail::Raw),
     row("GEN1", GENC, Tail::Raw),
     row("DISTRIB"),
-    row("COPY"),
+    row("COPY", COPYX),
     row("BOX"),
     row("2SLS"),
     row("SAVE"),
@@ -101,15 +102,15 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("INSTRUME"),
     row("TABLES", nullptr, Tail::Raw),
     row("ARIMA"),
-    row("GOTO", nullptr, Tail::Words),
+    row("GOTO", GOTOX, Tail::Words),
     row("BAYES"),
     row("CONFIDEN"),
     row("SMPL", SMPL, Tail::Words),
     row("ROBUST"),
     row("INQUIRE", nullptr, Tail::Raw),
     row("HETERO"),
-    row("PROCEDUR", nullptr, Tail::Words),
-    row("PROCEND", nullptr, Tail::Raw),
+    {"PROCEDUR", PROCDEF, Tail::Raw, true},
+    row("PROCEND", DOEND, Tail::Raw),
     loop("ENDOGENO"),
     loop("EXOGENOU"),
     loop("LAGGED"),
@@ -121,7 +122,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     loop("EXIT", Tail::Words),
     row("IMLS", OLS),
     row("COINTEGR"),
-    row("CONVERT", nullptr, Tail::Raw),
+    row("CONVERT", UNFORMAT, Tail::Words),
     row("IF1", GENC, Tail::Raw),
     row("LP", nullptr, Tail::Raw),
     row("NONPAR"),
@@ -154,13 +155,37 @@ static_assert(TABLE[K_OLSQ - 1].word == "OLSQ" && TABLE[K_DIMENSIO - 1].word == 
               TABLE[K_SMPL - 1].word == "SMPL" && TABLE[K_IMLS - 1].word == "IMLS" &&
               TABLE[K_IF1 - 1].word == "IF1" && TABLE[K_NAMEFMT - 1].word == "NAMEFMT");
 
+namespace {
+
+// The words of the table and of a command as numbers, so that a look-up compares no characters.
+using WordKeys = std::array<std::uint64_t, NCOMMANDS>;
+constexpr std::uint64_t word_key(std::string_view word) {
+  std::uint64_t key = 0;
+  for (std::size_t k = 0; k < KEYLEN; ++k) {
+    const char c = k < word.size() ? word[k] : ' ';
+    key |= static_cast<std::uint64_t>(static_cast<unsigned char>(c)) << (8 * k);
+  }
+  return key;
+}
+consteval WordKeys word_keys() {
+  WordKeys keys{};
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    // An empty row is no command: no word has this key, nor an abbreviation.
+    keys[i] = TABLE[i].word.empty() ? ~std::uint64_t{0} : word_key(TABLE[i].word);
+  }
+  return keys;
+}
+constexpr WordKeys KEYS = word_keys();
+
+}  // namespace
+
 int find_command(std::string_view word) {
-  if (word.empty()) return 0;
-  for (int i = 0; i < NCOMMANDS; ++i) {
-    const std::string_view entry = TABLE[static_cast<std::size_t>(i)].word;
-    if (entry.empty()) continue;
-    const bool whole = OSCOM.OLONG || word.size() >= KEYLEN;
-    if (whole ? entry == word : entry.substr(0, word.size()) == word) return i + 1;
+  if (word.empty() || word.size() > KEYLEN) return 0;
+  const bool whole = OSCOM.OLONG || word.size() == KEYLEN;
+  const std::uint64_t mask = whole ? ~std::uint64_t{0} : ~(~std::uint64_t{0} << (8 * word.size()));
+  const std::uint64_t key = word_key(word) & mask;
+  for (std::size_t i = 0; i < KEYS.size(); ++i) {
+    if ((KEYS[i] & mask) == key) return static_cast<int>(i) + 1;
   }
   return 0;
 }
@@ -282,14 +307,29 @@ bool dropped_by_if() {
   if (!OCOM.ONOTIF) return false;
   OCOM.ONOTIF = false;
   if (OCOM.OPUT) warn(" ...WARNING..ABOVE STATEMENT NOT EXECUTED - PREVIOUS IF IS FALSE");
+  // A block goes as a whole.
+  if (INPCOM.IKOD == K_DO || INPCOM.IKOD == K_PROCEDUR) {
+    Block dropped;
+    capture_block(INPCOM.IKOD, dropped);
+  }
   if (INPCOM.IKOD == K_EXECUTE) INPCOM.IKOD = 0;
   return true;
 }
 
-// Ctrl-C in a talking run: the line or command is given up, the session goes on.
-bool interrupted_at_prompt() {
+// After an error in a batch run no stored line is run any more: reading goes on behind the
+// outermost caller.
+void drop_levels_in_scan_mode(Workspace ws) {
+  if (!OSCOM.OSCAN || levels().empty()) return;
+  if (loop_running()) warn(" ...WARNING..EXECUTION OF DO LOOP TERMINATED");
+  drop_levels(ws);
+}
+
+// Ctrl-C in a talking run: the line or command is given up, and the loop that it stands in; the
+// session goes on.
+bool interrupted_at_prompt(Workspace ws) {
   if (!OSCOM.OTALK || signal_received() != SIGINT) return false;
   forget_signal();
+  drop_levels(ws);
   OCOM.OEOF = false;
   main_output().raw("\n");
   return true;
@@ -336,12 +376,13 @@ void AAA(Workspace ws) {
   INPCOM.IKOD = -1;
   for (;;) {
     // 1. The next command; the end of the input is a STOP.
+    drop_levels_in_scan_mode(ws);
     INPUT(ws);
     OCOM.ODONT = OCOM.OERR = false;
     OCOM.IFAULT = 0;
     if (RUNCOM.ended) return;
     if (signal_received() != 0) {
-      if (!interrupted_at_prompt()) return;
+      if (!interrupted_at_prompt(ws)) return;
       continue;
     }
     if (OCOM.OEOF) {
@@ -356,7 +397,7 @@ void AAA(Workspace ws) {
     if (counts_for_size(ikod)) ++INPCOM.NCOMM;
     if (RUNCOM.ended) return;
     // 3. A stop from the keyboard ends the command, not the session.
-    if (signal_received() != 0 && !interrupted_at_prompt()) return;
+    if (signal_received() != 0 && !interrupted_at_prompt(ws)) return;
   }
 }
 

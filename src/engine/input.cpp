@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "engine/bodies.h"
 #include "engine/commands.h"
 #include "engine/files.h"
 #include "engine/options.h"
@@ -40,6 +41,8 @@ Inputs& inputs() {
 constexpr int MAXUNKNOWN = 5;
 constexpr int MAXSPVERR = 5;
 
+// The next physical line, or stored command of a running body. An input that has ended is left; a
+// loop goes back to its first line instead.
 bool read_physical(std::string_view& line) {
   auto& stack = inputs().stack;
   while (!stack.empty()) {
@@ -58,15 +61,23 @@ bool read_physical(std::string_view& line) {
                                                                            INPCOM.LINES + 1);
       if (++INPCOM.SPVERR > MAXSPVERR) XXIT(0);
     }
+    if (level_ended(workspace(), &source)) continue;
     if (stack.size() == 1) return false;
     stack.pop_back();
   }
   return false;
 }
 
+// Whether the line that was read last stands in a body: a whole command, whatever its length.
+bool in_body() { return !levels().empty() && levels().back().text == inputs().stack.back().get(); }
+
 // The text of a character variable by its name, without trailing blanks; false when there is none.
 bool bracket_text(Workspace ws, std::string_view name, std::string_view& text) {
   if (name.empty() || name.size() > KEYLEN) return false;
+  if (const std::string* formal = formal_text(name)) {
+    text = *formal;
+    return true;
+  }
   const int I = VARNUM(ws, name);
   if (I <= 0) return false;
   const Place p = INFO(ws, I);
@@ -83,7 +94,7 @@ void warn_too_long() {
 // Appends a physical line, tabs blanked and [NAME] of character variables replaced. What was put in
 // is not looked at again. False when the limit was met.
 bool append(Workspace ws, std::string_view line) {
-  line = line.substr(0, static_cast<std::size_t>(INPCOM.LCOLEN));
+  if (!in_body()) line = line.substr(0, static_cast<std::size_t>(INPCOM.LCOLEN));
   line = right_trimmed(line);
   if (BUFFER.pieces < MAXPIECES)
     BUFFER.piece[static_cast<std::size_t>(BUFFER.pieces++)] = BUFFER.length;
@@ -164,8 +175,11 @@ void echo(const char* text) {
   }
 }
 
+// Lines that are replayed are echoed again under SET DOECHO.
+bool echoes() { return (OSCOM.OECHO || OSCOM.OSCR) && OCOM.OPUT && (OSCOM.ODECHO || !in_body()); }
+
 void maybe_echo(const char* text) {
-  if ((OSCOM.OECHO || OSCOM.OSCR) && OCOM.OPUT) {
+  if (echoes()) {
     echo(text);
     INPCOM.IECHO = 2;
   }
@@ -185,7 +199,7 @@ bool read_command(Workspace ws) {
     if (!read_physical(line)) return false;
   } while (line.find_first_not_of(" \t\r") == std::string_view::npos);
   INPCOM.KLINE = static_cast<int>(inputs().stack.back()->line_number());
-  const bool single = never_continued(line);
+  const bool single = never_continued(line) || in_body();
   bool room = append(ws, line);
   blank_tabs(0);
   trim_buffer();
@@ -211,6 +225,43 @@ bool read_command(Workspace ws) {
   return true;
 }
 
+}  // namespace
+
+bool read_stored_line(BodyLine& out) {
+  std::string_view line;
+  do {
+    if (!read_physical(line)) return false;
+  } while (line.find_first_not_of(" \t\r") == std::string_view::npos);
+  const auto cut = [](std::string_view text) {
+    return right_trimmed(text.substr(0, static_cast<std::size_t>(INPCOM.LCOLEN)));
+  };
+  out.line = inputs().stack.back()->line_number();
+  const bool single = never_continued(line);
+  out.text = cut(line);
+  while (!single && out.text.ends_with('&')) {
+    out.text.back() = ' ';
+    if (out.text.size() >= static_cast<std::size_t>(LINMAX) || !read_physical(line)) break;
+    out.text += cut(line);
+  }
+  std::replace(out.text.begin(), out.text.end(), '\t', ' ');
+  return true;
+}
+
+void echo_stored_line(std::string_view text) {
+  if (!OSCOM.OECHO && !OSCOM.OSCR) return;
+  const std::string_view first = trimmed(text);
+  if (first.empty() || first[0] == '$') return;
+  std::string shown(text.substr(0, LINMAX));
+  const bool typed = first[0] == '*' || is_text_command(stored_command(text));
+  if (OSCOM.OLC && !typed) LCUC(shown.data(), static_cast<int>(shown.size()));
+  BUFFER.pieces = 1;
+  BUFFER.piece[0] = 0;
+  BUFFER.length = static_cast<int>(shown.size());
+  echo(shown.data());
+}
+
+namespace {
+
 void unknown_command(std::string_view word) {
   error_line<"(' ...ERROR..UNKNOWN COMMAND...', A)">(word);
   INPCOM.IKOD = 0;
@@ -234,7 +285,7 @@ Prefix take_prefixes(int& at) {
     if (NAMCHK(c) == 1) return Prefix::Command;
     switch (c) {
       case '*':
-        if (OSCOM.OECHO && OCOM.OPUT) echo(BUFFER.typed.data());
+        if (OSCOM.OECHO && echoes()) echo(BUFFER.typed.data());
         return Prefix::Done;
       case ':':
         return Prefix::Menu;
@@ -372,6 +423,17 @@ void open_command_input(std::unique_ptr<TextInput> source) {
 }
 
 void close_command_inputs() { inputs().stack.clear(); }
+
+void close_command_inputs_from(const TextInput* source) {
+  auto& stack = inputs().stack;
+  const auto at = std::ranges::find_if(stack, [&](const auto& s) { return s.get() == source; });
+  stack.erase(at, stack.end());
+}
+
+std::string running_file() {
+  const auto& stack = inputs().stack;
+  return stack.size() > 1 ? stack.back()->name() : std::string();
+}
 
 TextInput& command_stream() { return *inputs().stack.back(); }
 

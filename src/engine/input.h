@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "engine/workspace.h"
@@ -23,6 +24,18 @@ std::string_view command_tail();
 // Inputs: the one named at start, then those that FILE INPUT pushes; an ended one is left.
 void open_command_input(std::unique_ptr<TextInput> source);
 void close_command_inputs();
+
+// Leaves the given input and all that were opened from it.
+void close_command_inputs_from(const TextInput* source);
+// The file that commands are read from, empty for the input of the run.
+std::string running_file();
+
+// The next whole command, continued lines joined, for a body that is stored and not run: as typed,
+// nothing replaced. False at the end of the input.
+struct BodyLine;
+bool read_stored_line(BodyLine& line);
+// Echo of a line that is stored.
+void echo_stored_line(std::string_view text);
 
 // The stream from which the running command was read: READ takes its data lines there.
 TextInput& command_stream();

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "engine/bodies.h"
 #include "engine/files.h"
 #include "engine/run.h"
 #include "platform/signals.h"
@@ -66,6 +67,7 @@ void mirror(const char* line, std::string_view kind) {
   out += kind;
   out += ": ";
   out += text;
+  out += calling_lines();
   out += '\n';
   write_error_stream(out);
 }

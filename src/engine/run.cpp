@@ -11,6 +11,7 @@
 #include <exception>
 
 #include "data/data.h"
+#include "engine/bodies.h"
 #include "engine/commands.h"
 #include "engine/files.h"
 #include "engine/input.h"
@@ -170,7 +171,8 @@ int finish(int status) {
 
 void RESET(Workspace ws) {
   const Trace trace("RESET");
-  // 1. The workspace is empty; its size stays.
+  // 1. Loops and procedures end; the workspace is empty, its size stays.
+  drop_levels(ws, true);
   const int maxvar = MACOM.MAXVAR;
   const std::int32_t maxadd = ADDCOM.MAXADD;
   ADDCOM = AddCom{};
@@ -179,7 +181,6 @@ void RESET(Workspace ws) {
   DATCOM.MAXVAR = maxvar;
   DATCOM.MXCOL = std::max(2 * maxvar, 1000);
   DATCOM.MCON = maxvar + 1;
-  (void)ws;
   // 2. Switches and settings; the kind of run stays.
   const OsCom old = OSCOM;
   OSCOM = OsCom{};
@@ -240,6 +241,7 @@ int run_korvel(const RunSettings& settings) {
     tell(std::string("internal error: ") + e.what());
     status = EXIT_INTERNAL;
   }
+  drop_levels(workspace(), true);
   close_command_inputs();
   return finish(status);
 }

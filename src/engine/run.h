@@ -45,7 +45,12 @@ struct RunCom {
   int xxit_code = 0;
   bool output_failed = false;
   std::int64_t par = 20480;  // workspace in force, kilobytes
-  std::string vtemp = "/tmp/";
+  std::string vtemp = "/tmp/";  // folders, each with "/" at its end or empty: temporary files,
+  std::string path;             // data files (FILE PATH),
+  std::string vproc;            // procedures (FILE PROCPATH),
+  std::string vgnu;             // the plotting program (FILE PLOTPATH),
+  std::string vftpath;          // fetched files (FILE FTPPATH)
+  std::string vproc;  // VPROC: folder of procedure files (FILE PROCPATH), with its "/", or empty
 };
 extern RunCom RUNCOM;
 

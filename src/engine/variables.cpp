@@ -1,6 +1,7 @@
 // The commands that manage variables: DELETE, RENAME, DIMENSION, COMPRESS, NAMES and DUMP.
 #include <cstring>
 
+#include "engine/bodies.h"
 #include "engine/commands.h"
 #include "engine/options.h"
 #include "engine/output.h"
@@ -125,6 +126,9 @@ void DIMEN(Workspace ws) {
 void SAVEX(Workspace ws) {
   const Trace trace("SAVEX");
   if (OSCOM.OSCAN) return;
+  if (!levels().empty()) {
+    return fail(" ...ERROR..COMPRESS NOT ALLOWED IN DO-LOOPS OR PROCS");
+  }
   if (DATCOM.NDL == 0) return say(" ...NOTE..ALL VARIABLES ARE CURRENTLY COMPRESSED");
   const int before = ADDCOM.LASADD;
   const int variables = DATCOM.NVARS;

@@ -6,6 +6,7 @@
 
 #include "data/data.h"
 #include "data/sample.h"
+#include "engine/bodies.h"
 #include "engine/commands.h"
 #include "engine/input.h"
 #include "engine/options.h"
@@ -169,6 +170,7 @@ void GENC(Workspace ws) {
   if (DATCOM.MEND < 1) return fail(" ...ERROR..SAMPLE RANGE HAS NOT YET BEEN DEFINED");
   // 3. Compile and run.
   run_formula(ws, job, trans);
+  if (GENCOM.NTRS == ENDIF_TRUE) leave_loop(ws);
 }
 
 }  // namespace korvel
