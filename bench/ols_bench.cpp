@@ -1,11 +1,13 @@
-// Speed of the least-squares kernel: the orthogonalisation, the residual pass and a refinement, at
-// the sizes of a textbook, a survey and a long panel.
+// Speed of the least-squares kernels: the orthogonalisation, the residual pass, the refinements of
+// coefficients and inverse, the moment sweep of the normal equations, at the sizes of a textbook, a
+// survey and a long panel.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
 #include <vector>
 
 #include "expr/kernels/gsreg.h"
+#include "expr/kernels/lsreg.h"
 #include "expr/kernels/packed.h"
 
 namespace {
@@ -31,7 +33,7 @@ struct Model {
     for (int k = 0; k + 1 < K; ++k) columns.push_back(data[static_cast<std::size_t>(k)].data());
     columns.push_back(nullptr);
     columns.push_back(data.back().data());
-    x = {columns, rows, nullptr};
+    x = {columns, rows, nullptr, {}};
     const int n = x.columns();
     work.resize(static_cast<std::size_t>(korvel::GSREG_words(n, rows)));
     factor.resize(korvel::packed_words(n));
@@ -75,5 +77,23 @@ void refinement(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(korvel::GSREFINE(m.x, m.factor, m.work, m.b).steps);
 }
 BENCHMARK(refinement)->Apply(sizes)->UseRealTime();
+
+void moments(benchmark::State& state) {
+  Model m(state.range(0), static_cast<int>(state.range(1)));
+  std::vector<double> work(static_cast<std::size_t>(korvel::LSMOM_words(m.x.columns(), m.x.rows)));
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(korvel::LSMOM({.x = m.x}, work, m.mean, m.factor));
+  }
+}
+BENCHMARK(moments)->Apply(sizes)->UseRealTime();
+
+void exact_inverse(benchmark::State& state) {
+  Model m(state.range(0), static_cast<int>(state.range(1)));
+  m.fit();
+  const int K = m.x.columns() - 1;
+  std::vector<double> work(static_cast<std::size_t>(korvel::LSINVERSE_words(K, m.x.rows)));
+  for (auto _ : state) benchmark::DoNotOptimize(korvel::LSINVERSE(m.x, K, work, m.inverse));
+}
+BENCHMARK(exact_inverse)->Args({100, 6})->Args({10000, 11})->Args({1000000, 11})->UseRealTime();
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -50,7 +51,10 @@ class DataFile {
   }
   DataFile(const DataFile&) = delete;
   DataFile& operator=(const DataFile&) = delete;
-  ~DataFile() { std::remove(name_.c_str()); }
+  ~DataFile() {
+    std::remove(name_.c_str());
+    std::remove((name_ + ".gz").c_str());
+  }
   const std::string& name() const { return name_; }
   std::size_t size() const { return size_; }
 
@@ -87,6 +91,19 @@ void free_text(benchmark::State& state) {
 void comma_separated(benchmark::State& state) {
   static const DataFile file("A,B,C,D,E,F,G,H,I,J\n" + numbers(',', COLUMNS), ".csv");
   run(state, file, "/ NAMES EOF");
+}
+// The same unpacked first. No figure where gzip is not installed.
+void compressed(benchmark::State& state) {
+  static const DataFile file("A,B,C,D,E,F,G,H,I,J\n" + numbers(',', COLUMNS), "_packed.csv");
+  static const bool packed = std::system(("gzip -1f " + file.name()).c_str()) == 0;
+  if (!packed) return state.SkipWithError("gzip failed");
+  for (auto _ : state) {
+    korvel::RunSettings s = settings();
+    s.commands = "READ(" + file.name() + ".gz) / NAMES EOF\n";
+    s.have_commands = true;
+    if (korvel::run_korvel(s) != 0) state.SkipWithError("READ failed");
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(file.size()));
 }
 void one_series(benchmark::State& state) {
   static const DataFile file(numbers(' ', 1), "_series.txt");
@@ -136,6 +153,7 @@ void missing_scan(benchmark::State& state) {
 
 BENCHMARK(free_text)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(comma_separated)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(compressed)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(one_series)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(command_stream)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(numbers_only)->Unit(benchmark::kMillisecond)->UseRealTime();

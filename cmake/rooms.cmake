@@ -46,3 +46,40 @@ function(korvel_link_rooms)
     set_target_properties(${room} PROPERTIES LINK_INTERFACE_MULTIPLICITY 4)
   endforeach()
 endfunction()
+
+# Compressed data files, where the machine has the library for them.
+function(korvel_find_zlib)
+  find_package(ZLIB QUIET)
+  if(NOT ZLIB_FOUND)
+    message(STATUS "zlib (package zlib1g-dev) not found: READ will not unpack .gz files")
+    return()
+  endif()
+  set_source_files_properties(${CMAKE_SOURCE_DIR}/src/platform/gzip.cpp PROPERTIES
+                              COMPILE_DEFINITIONS KORVEL_ZLIB)
+  target_link_libraries(korvel_platform PUBLIC ZLIB::ZLIB)
+endfunction()
+
+# Files by address: only the headers of libcurl count, the library is loaded when it is needed.
+function(korvel_find_curl)
+  target_link_libraries(korvel_platform PUBLIC ${CMAKE_DL_LIBS})
+  find_package(CURL QUIET)
+  if(NOT CURL_FOUND)
+    message(STATUS "libcurl (package libcurl4-openssl-dev) not found: no http, https and ftp names")
+    return()
+  endif()
+  set_source_files_properties(${CMAKE_SOURCE_DIR}/src/platform/fetch.cpp PROPERTIES
+                              COMPILE_DEFINITIONS KORVEL_CURL
+                              INCLUDE_DIRECTORIES "${CURL_INCLUDE_DIRS}")
+endfunction()
+
+# Line editing at a terminal: only the header of libedit counts, the library is loaded when a person
+# sits at the keyboard.
+function(korvel_find_libedit)
+  find_path(KORVEL_HISTEDIT histedit.h)
+  if(NOT KORVEL_HISTEDIT)
+    message(STATUS "libedit (package libedit-dev) not found: plain lines at the keyboard")
+    return()
+  endif()
+  set_source_files_properties(${CMAKE_SOURCE_DIR}/src/platform/line_editor.cpp PROPERTIES
+                              COMPILE_DEFINITIONS KORVEL_LIBEDIT)
+endfunction()

@@ -32,6 +32,9 @@ constexpr std::string_view SETS[] = {
     "X Y / OBS=3 SKIPLINE=1 SKIPROWS=1 SKIPCOLS=1 BEG=2",
     "A B / FORMAT=COMMA EOF OBS=4",
     "A / COLS=3 EOF",
+    "X N / CHARVARS=1 EOF FORMAT=COMMA",
+    "X / CHARSTR",
+    "X Y / FORMAT=DUMP EOF",
 };
 
 bool enter_empty_folder() {
@@ -67,7 +70,7 @@ Result read(std::string_view text, RowPlan plan, bool bulk) {
   LineCursor cursor;
   cursor.text = text;
   std::int64_t done = 0;
-  if (bulk) done = read_bulk(cursor, scan_block(text, plan, ROWS), plan, target, ROWS);
+  if (bulk) done = read_bulk(cursor, scan_block(cursor, plan, ROWS), plan, target, ROWS);
   plan.groups = ROWS;
   r.read = read_rows(cursor, plan, &target, done);
   r.at = cursor.at;
@@ -86,6 +89,8 @@ void compare(std::string_view text, unsigned choice) {
   plan.separator = ",\t;"[choice / 2 % 3];
   plan.ends_at_command = choice / 6 % 2 != 0;
   plan.values = 1 + choice / 12 % 3;
+  plan.trailing = static_cast<int>(choice / 72 % 2);
+  plan.numbers = static_cast<Numbers>(choice % 5);
   plan.skip_columns = static_cast<int>(choice / 36 % 2);
   const Result a = read(text, plan, false), b = read(text, plan, true);
   const bool same = a.read.groups == b.read.groups && a.read.partial == b.read.partial &&

@@ -38,5 +38,13 @@ bool write_databank(const PrintJob& job, std::string_view typed_file);
 // Loads a variable from its databank file at first use (SET DB): its number, 0 when there is no
 // file of that name, -1 after a failure that has been reported.
 int load_from_databank(Workspace ws, std::string_view name);
+// The same for the names of a formula that are not in the workspace, its target excepted.
+void load_formula_names(Workspace ws, std::string_view formula);
+
+// The snapshot of a run: the results of the last estimate, the switches and the temporaries, on a
+// private file. Only the same build reads it back; false when it can't, and nothing is changed
+// then.
+bool write_snapshot(const std::string& path);
+bool read_snapshot(const std::string& path);
 
 }  // namespace korvel

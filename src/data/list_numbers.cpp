@@ -68,15 +68,18 @@ bool scan_long_number(const char*& p, const char* end, double& value) {
   while (digit(q)) ++q;
   auto n = static_cast<std::size_t>(q - whole);
   const char* fraction = q;
-  if (q != stop && *q == '.') {
+  const bool point = q != stop && *q == '.';
+  if (point) {
     fraction = ++q;
     while (digit(q)) ++q;
   }
   const auto decimals = static_cast<std::size_t>(q - fraction);
   if (n + decimals == 0) return false;
   std::int64_t scale = -static_cast<std::int64_t>(decimals);
-  if (q != stop && (*q == 'E' || *q == 'e' || *q == 'D' || *q == 'd')) {
-    ++q;
+  // Edited fields with an exponent of three digits have no letter: 0.1000000-119.
+  const bool bare = point && stop - q == 4 && (*q == '+' || *q == '-');
+  if (bare || (q != stop && (*q == 'E' || *q == 'e' || *q == 'D' || *q == 'd'))) {
+    if (!bare) ++q;
     const bool below = q != stop && *q == '-';
     if (q != stop && (*q == '-' || *q == '+')) ++q;
     if (!digit(q)) return false;

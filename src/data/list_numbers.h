@@ -1,7 +1,8 @@
 // Numbers in free form, correctly rounded. Pure functions: threads may scan at the same time.
 //
 // A number is an optional sign, digits with or without a point, and an exponent behind E, e, D or
-// d. Blank, tab, comma and the end of the line end it.
+// d, or of a sign and three digits, as edited fields have it. Blank, tab, comma and the end of the
+// line end it.
 #pragma once
 
 #include <array>

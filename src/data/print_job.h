@@ -1,8 +1,8 @@
 // What PRINT and WRITE share: the command as it is to be carried out, and its layouts.
 //
-// PRINTX fills a PrintJob from the options, checks every listed variable, and hands the job to
-// print_data, which edits records into one line and gives each finished one to `out`. Where the
-// records go is up to the caller: the output channel for PRINT.
+// PRINTX and WRITEX fill a PrintJob from the options, check every listed variable, and hand the job
+// to print_data, which edits the values and gives the text to the file of the job, or line by line
+// to `out`, the output channel.
 #pragma once
 
 #include <array>
@@ -13,17 +13,13 @@
 
 #include "data/format.h"
 #include "data/run_format.h"
+#include "data/sample.h"
+#include "data/write_rows.h"
 #include "engine/options.h"
 #include "engine/workspace.h"
+#include "platform/file_output.h"
 
 namespace korvel {
-
-enum class PrintForm : std::uint8_t {
-  rows,       // (1X, 5G15.7), or 8 under WIDE
-  dump,       // (1X, 5E25.17): every bit of a value
-  format,     // the user's format
-  separated,  // shortest decimals that read back, with a separator between
-};
 
 // A listed variable and the part of it that is printed.
 struct PrintItem {
@@ -33,9 +29,13 @@ struct PrintItem {
   int columns = 1;         // columns of a matrix
   std::int64_t first = 1;  // rows first..last are printed, none when last is below first
   std::int64_t last = 0;
+  int first_column = 1;  // and of a matrix its columns first_column..last_column
+  int last_column = 1;
   std::string_view name;
   std::span<const double> data{};
   bool series() const { return type == SERIES; }
+  // Stands in a column beside others: numbers, or words of 8 characters.
+  bool column() const { return type == SERIES || type == CHARVAR; }
   bool triangle() const { return type == SYMMETRIC || type == TRIANGLE; }
   bool text() const { return type == STRING5 || type == CHARVAR; }
 };
@@ -53,18 +53,27 @@ struct PrintJob {
   RunFormat format{};
   std::span<const double> skip{};  // skip vector, empty when nothing is skipped
   bool skip_missing = false;       // SKIPMISS: nor is a missing value shown in a block of its own
-  RecordSink out;                  // false asks to stop
+  bool marks_fresh = true;         // the marks of missing data were made for these variables
+  bool to_file = false;            // no limit of 130 columns, no lines but data and names
+  FileOutput* file = nullptr;      // takes the text of a job to a file
+  RecordSink out;                  // takes lines otherwise; false asks to stop
 
+  // Marks of missing data that another command left behind count only where these variables have
+  // missing data, too.
   bool skipped(std::int64_t i) const {
-    return i <= static_cast<std::int64_t>(skip.size()) && skip[static_cast<std::size_t>(i - 1)] > 0;
+    if (i > static_cast<std::int64_t>(skip.size())) return false;
+    const double mark = skip[static_cast<std::size_t>(i - 1)];
+    if (marks_fresh || mark < SKIP_MISSING) return mark > 0;
+    return mark > SKIP_MISSING || (OSCOM.OSMISS && missing_at(i));
   }
+  bool missing_at(std::int64_t i) const;
 };
 
-// Sends everything. False when it was cut short: the sink asked to stop, or no room for work space
-// (reported).
+// Sends everything. False when it was cut short: the sink asked to stop, the file failed, or there
+// is no room for work space (reported).
 bool print_data(PrintJob& job);
 
-// True when every record that the format would give fits into 130 columns.
+// True when every record that the user's format would give fits into the columns there are.
 bool format_fits(const PrintJob& job);
 
 // True when series are printed side by side.

@@ -1,5 +1,6 @@
 // PRINTX: PRINT and LIST show variables, matrices and temporaries on the output channel.
-//   reads SCNCOM, OPTCOM, the sample words and SKIP$; sets MBEG, MEND and the failure flags.
+// WRITEX: WRITE sends them to a unit or file, in the forms that READ takes.
+//   both read SCNCOM, OPTCOM, the sample words and SKIP$; set MBEG, MEND and the failure flags.
 
 #include <algorithm>
 #include <cstdint>
@@ -9,6 +10,7 @@
 #include "data/data.h"
 #include "data/print_job.h"
 #include "data/read_options.h"
+#include "data/write_target.h"
 #include "engine/commands.h"
 #include "engine/output.h"
 
@@ -24,31 +26,6 @@ struct Wanted {
   bool given = false;  // BEG, END or OBS stand in the command: every variable must have them
   std::int64_t matrix_rows = NO_LIMIT;
 };
-
-// ---- Where to
-// ------------------------------------------------------------------------------------
-
-// Only the output channel: files and units, and the forms that need one, aren't for this routine.
-bool output_channel() {
-  const int unit = SCNCOM.INPAR > 0 ? SCNCOM.INPAR : integer_option(READOPT.place("UNIT"));
-  if (!SCNCOM.file && (unit == 2 || unit == 3 || unit == 8)) {
-    fail<"(' ...ERROR..UNIT', I2, ' IS RESERVED FOR INTERNAL USE')">(unit);
-    return false;
-  }
-  if (SCNCOM.file || (unit > 0 && unit != IOCOM.L6)) {
-    fail(" ...ERROR..PRINT TO A UNIT OR FILE IS NOT AVAILABLE ON THIS SYSTEM");
-    return false;
-  }
-  for (const int place :
-       {READOPT.place("BINARY"), READOPT.place("SBINARY"), READOPT.place("KORVEL"),
-        READOPT.place("DIF"), READOPT.place("TSP"), READOPT.place("DB"), READOPT.place("CRYPT")}) {
-    if (logical_option(place)) {
-      fail(" ...ERROR..DATA FILE FORMS ARE NOT AVAILABLE ON THE OUTPUT CHANNEL");
-      return false;
-    }
-  }
-  return true;
-}
 
 // ---- In which form
 // -------------------------------------------------------------------------------
@@ -78,9 +55,16 @@ bool take_format(PrintJob& job, std::string_view name) {
   return true;
 }
 
-bool choose_form(PrintJob& job) {
+bool choose_form(PrintJob& job, const WriteTarget& target) {
   const NameOption& option = OPTCOM.VOPT[READOPT.place("FORMAT")];
-  if (option.text.empty() || option.text == "FREE") return true;
+  if (option.text == "FREE" || option.text == "BINARY") return true;
+  if (option.text.empty()) {
+    const char separator = separator_of(target.name);
+    if (separator == '\0' || target.form != FileForm::text) return true;
+    job.form = PrintForm::separated;
+    job.separator = separator;
+    return true;
+  }
   if (option.text == "DUMP") {
     job.form = PrintForm::dump;
     return true;
@@ -89,10 +73,6 @@ bool choose_form(PrintJob& job) {
     job.form = PrintForm::separated;
     job.separator = option.text == "TAB" ? '\t' : ',';
     return true;
-  }
-  if (option.text == "BINARY") {
-    fail(" ...ERROR..DATA FILE FORMS ARE NOT AVAILABLE ON THE OUTPUT CHANNEL");
-    return false;
   }
   return take_format(job, option.text);
 }
@@ -109,6 +89,11 @@ bool take_item(PrintJob& job, int var) {
       return false;
     }
     x.rows = x.last = 1;
+    if (job.to_file) {  // a scalar like any other
+      x.type = SERIES;
+      x.data =
+          std::span<const double>(TEMCOM.TEMVAL).subspan(static_cast<std::size_t>(-var - 1), 1);
+    }
     job.items.push_back(x);
     return true;
   }
@@ -128,8 +113,21 @@ bool take_item(PrintJob& job, int var) {
   } else if (x.triangle()) {
     x.rows = place.N2;
   }
+  x.last = x.rows;
+  x.last_column = x.columns;
   job.items.push_back(x);
   return true;
+}
+
+// CHARSTR and CHARVAR: the words of the series listed are characters; CHARVARS=n: of the last n.
+void mark_characters(PrintJob& job) {
+  std::int64_t last = integer_option(READOPT.place("CHARVARS"));
+  if (logical_option(READOPT.place("CHARSTR")) || logical_option(READOPT.place("CHARVAR"))) {
+    last = static_cast<std::int64_t>(job.items.size());
+  }
+  for (auto x = job.items.rbegin(); x != job.items.rend() && last > 0; ++x, --last) {
+    if (x->series() && x->var > 0) x->type = CHARVAR;
+  }
 }
 
 // The listed variables; without a list all series, then all matrices.
@@ -179,20 +177,39 @@ bool find_range(Wanted& w) {
   return true;
 }
 
+bool beyond_variable() {
+  fail(" ...ERROR..REQUESTED RANGE EXCEEDS VARIABLE LENGTH");
+  return false;
+}
+
+// Columns COLB..COLE of a matrix, or COLS of them.
+bool set_columns(PrintItem& x) {
+  const int colb = integer_given(READOPT.place("COLB")) ? integer_option(READOPT.place("COLB")) : 1;
+  std::int64_t cole = x.columns;
+  if (integer_given(READOPT.place("COLE"))) {
+    cole = integer_option(READOPT.place("COLE"));
+  } else if (integer_given(READOPT.place("COLS"))) {
+    cole = std::int64_t{colb} + integer_option(READOPT.place("COLS")) - 1;
+  }
+  if (colb < 1 || cole < colb || cole > x.columns) return beyond_variable();
+  x.first_column = colb;
+  x.last_column = static_cast<int>(cole);
+  return true;
+}
+
 // The rows of each item. A range that the command names must be there; otherwise a variable is
 // printed as far as it goes, and a scalar always. The sample is none of the business of a matrix.
 bool set_rows(PrintJob& job, const Wanted& w) {
   for (PrintItem& x : job.items) {
-    if (x.type == 0 || x.text()) continue;
-    const bool ranged = x.rows > 1 && (x.series() || w.given);
+    if (x.type == 0 || x.type == STRING5) continue;
+    const bool ranged = x.rows > 1 && (x.column() || w.given);
     x.first = ranged ? w.beg : 1;
     x.last = ranged ? std::min(w.end, x.rows) : x.rows;
     const bool beyond = w.beg > x.rows || (w.end < NO_LIMIT && w.end > x.rows);
-    if (ranged && w.given && beyond) {
-      fail(" ...ERROR..REQUESTED RANGE EXCEEDS VARIABLE LENGTH");
-      return false;
-    }
-    if (!x.series()) x.last = std::min(x.last, w.matrix_rows);
+    if (ranged && w.given && beyond) return beyond_variable();
+    if (x.column()) continue;
+    x.last = std::min(x.last, w.matrix_rows);
+    if (x.type == MATRIX2 && !set_columns(x)) return false;
   }
   return true;
 }
@@ -225,8 +242,6 @@ void check_missing(PrintJob& job) {
       check(x.first, x.last, std::span(list).subspan(k++, 1));
     }
   }
-  if (skipping()) job.skip = skip_vector(job.ws);
-  job.skip_missing = OSCOM.OSMISS;
 }
 
 // Records of the output channel.
@@ -239,42 +254,92 @@ constexpr auto to_output = [](std::string_view record) {
 
 }  // namespace
 
-void PRINTX(Workspace ws) {
-  const Trace trace("PRINTX");
+namespace {
+
+// BYVAR for one variable, else as SET has it; separated values are tables unless the command says
+// BYVAR.
+bool by_variable(const PrintJob& job) {
+  if (logical_option(READOPT.place("ASCII"))) return true;
+  if (logical_given(READOPT.place("BYVAR"))) return logical_option(READOPT.place("BYVAR"));
+  const auto columns =
+      std::ranges::count_if(job.items, [](const PrintItem& x) { return x.column(); });
+  return columns == 1 ? job.form != PrintForm::separated : OSCOM.OBYV;
+}
+
+// The containers hold variables whole, or rows of them.
+bool whole_columns(const PrintJob& job) {
+  const bool part = std::ranges::any_of(job.items, [](const PrintItem& x) {
+    return x.type == MATRIX2 && x.last_column - x.first_column + 1 < x.columns;
+  });
+  if (part) fail(" ...ERROR..INCOMPATIBLE OPTIONS  ");
+  return !part;
+}
+
+void print_command(Workspace ws, bool write) {
   // 1. Data that came from an encrypted file are never shown.
   if (OCOM.OCRY) return;
   // 2. Options.
   OPTION_START(READOPT.view());
-  OPTCOM.LOPT[READOPT.place("NAMES")] = true;
+  OPTCOM.LOPT[READOPT.place("NAMES")] = !write;
+  OPTCOM.LOPT[READOPT.place("REWIND")] = write;
   OPTCOM.LOPT[READOPT.place("WIDE")] = OSCOM.OWIDE;
   OPTCOM.IOPT[READOPT.place("ROWS")] = static_cast<int>(NO_LIMIT);
   OPTION_SCAN(ws, READOPT.view());
   if (OCOM.ODONT || OSCOM.OSCAN) return;
-  // 3. Channel, form and range; nothing is printed before all of them are known to be right.
+  // 3. Target, form, list and range; nothing is printed before all of them are known to be right.
   PrintJob job{.ws = ws, .out = to_output};
+  WriteTarget target;
   Wanted wanted;
-  if (!output_channel() || !choose_form(job) || !take_list(job)) return;
-  if (job.items.empty()) return;
+  if (!find_target(target, write)) return;
+  job.to_file = !target.channel;
+  if (!choose_form(job, target) || !take_list(job)) return;
+  if (job.items.empty()) {
+    if (write) fail(" ...ERROR..NO DATA FOUND");  // an old file is not replaced by an empty one
+    return;
+  }
+  mark_characters(job);
   if (!find_range(wanted) || !set_rows(job, wanted)) return;
-  // 4. Layout. Separated values are tables unless the command says BYVAR.
+  // 4. Layout.
   job.wide = logical_option(READOPT.place("WIDE"));
   job.names = logical_option(READOPT.place("NAMES"));
   job.newline = logical_option(READOPT.place("NEWLINE"));
-  const auto series =
-      std::ranges::count_if(job.items, [](const PrintItem& x) { return x.series(); });
-  job.byvar = series == 1 ? job.form != PrintForm::separated : OSCOM.OBYV;
-  if (logical_given(READOPT.place("BYVAR"))) job.byvar = logical_option(READOPT.place("BYVAR"));
-  if (logical_option(READOPT.place("ASCII"))) job.byvar = true;
-  if (job.form == PrintForm::format && !format_fits(job)) {
-    return bad_format(job.format.text());
-  }
-  // 5. Missing data and skipped observations.
-  check_missing(job);
+  job.byvar = by_variable(job);
+  if (target.form != FileForm::text && !whole_columns(job)) return;
+  if (job.form == PrintForm::format && !format_fits(job)) return bad_format(job.format.text());
+  // 5. Missing data and skipped observations. What is written is never checked for missing data.
+  if (!write) check_missing(job);
   if (OCOM.ODONT) return;
-  // 6. A command with "?" in front is silent; SET NOOUTPUT leaves PRINT alone.
-  if (!OCOM.OPUT && OSCOM.OOPUT) return;
-  if (logical_option(READOPT.place("NEWPAGE"))) to_output("\f");
+  if (skipping()) job.skip = skip_vector(ws);
+  job.skip_missing = OSCOM.OSMISS && !write;
+  job.marks_fresh = !write;
+  // 6. The output channel: a command with "?" in front is silent; SET NOOUTPUT leaves PRINT alone.
+  const bool silent = !OCOM.OPUT && OSCOM.OOPUT;
+  if (target.channel) {
+    if (silent) return;
+    if (logical_option(READOPT.place("NEWPAGE"))) to_output("\f");
+    print_data(job);
+    return;
+  }
+  // 7. A file; LIST shows what was written.
+  write_file(job, target);
+  if (OCOM.ODONT || silent || !logical_option(READOPT.place("LIST"))) return;
+  job.file = nullptr;
+  job.to_file = false;
+  job.names = true;
+  if (job.form == PrintForm::format && !format_fits(job)) return bad_format(job.format.text());
   print_data(job);
+}
+
+}  // namespace
+
+void PRINTX(Workspace ws) {
+  const Trace trace("PRINTX");
+  print_command(ws, false);
+}
+
+void WRITEX(Workspace ws) {
+  const Trace trace("WRITEX");
+  print_command(ws, true);
 }
 
 }  // namespace korvel

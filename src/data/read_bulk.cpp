@@ -45,7 +45,7 @@ bool count_section(std::string_view text, const RowPlan& plan, Section& s) {
 }
 
 // How far a section was read.
-struct Progress {
+struct SectionRead {
   std::int64_t rows = 0, lines = 0;
   std::size_t at = 0;
   bool whole = false;
@@ -58,21 +58,25 @@ const char* other_cell(const char* p, const char* line_end, const RowPlan& plan,
   std::size_t at = 0;
   bool more = false;
   const Cell cell = next_cell(rest, at, plan.separator, more);
-  if (more == last || !cell.well_formed) return nullptr;
+  if ((!more && !last) || !cell.well_formed) return nullptr;
   if (missing_cell(cell.text)) {
     value = plan.missing;
-  } else if (!whole_number(cell.text, plan.decimal_comma(), value)) {
+  } else if (!cell_number(cell.text, plan.numbers, value)) {
     return nullptr;
+  }
+  for (int n = 0; last && more; ++n) {  // empty cells at the end of the row
+    const Cell behind = next_cell(rest, at, plan.separator, more);
+    if (n >= plan.trailing || !behind.well_formed || !behind.text.empty()) return nullptr;
   }
   return p + at;
 }
 
 // A value in free form that is not a plain number.
-const char* other_value(const char* p, const char* line_end, double& value) {
+const char* other_value(const char* p, const char* line_end, Numbers form, double& value) {
   const std::string_view rest(p, static_cast<std::size_t>(line_end - p));
   std::size_t at = 0;
   std::string_view text;
-  if (!next_value(rest, at, text) || !whole_number(text, false, value)) return nullptr;
+  if (!next_value(rest, at, text) || !whole_number(text, form, value)) return nullptr;
   return p + at;
 }
 
@@ -95,7 +99,7 @@ const char* free_row(const char* p, const char* end, const RowPlan& plan, const 
     const char* behind = p;
     if (!scan_number(behind, end, value)) {
       const char* const line_end = line_end_of(p, end);
-      behind = other_value(p, line_end, value);
+      behind = other_value(p, line_end, plan.numbers, value);
       if (behind == nullptr) {
         if (skip == 0) return nullptr;
         std::size_t at = 0;  // a leading value that is passed over may be a word
@@ -119,7 +123,7 @@ const char* free_row(const char* p, const char* end, const RowPlan& plan, const 
 // One row of cells, likewise.
 const char* cell_row(const char* p, const char* end, const RowPlan& plan, const RowTarget& target,
                      std::int64_t row) {
-  const bool plain = !plan.decimal_comma();
+  const bool plain = plan.numbers == Numbers::point;
   const std::int64_t width = plan.values;
   double value = 0;
   for (std::int64_t k = -plan.skip_columns; k < width; ++k) {
@@ -128,8 +132,8 @@ const char* cell_row(const char* p, const char* end, const RowPlan& plan, const 
       const std::string_view rest(p, static_cast<std::size_t>(line_end_of(p, end) - p));
       std::size_t at = 0;
       bool more = false;
-      next_cell(rest, at, plan.separator, more);
-      if (!more) return nullptr;
+      const Cell cell = next_cell(rest, at, plan.separator, more);
+      if (!more || !cell.well_formed) return nullptr;
       p += at;
       continue;
     }
@@ -150,9 +154,9 @@ const char* cell_row(const char* p, const char* end, const RowPlan& plan, const 
   return *p == '\n' ? p + 1 : nullptr;
 }
 
-Progress read_section(std::string_view text, const Section& s, const RowPlan& plan,
-                      const RowTarget& target, std::int64_t most) {
-  Progress done;
+SectionRead read_section(std::string_view text, const Section& s, const RowPlan& plan,
+                         const RowTarget& target, std::int64_t most) {
+  SectionRead done;
   const char* const base = text.data();
   const char* const end = base + s.end;
   const char* p = base + s.begin;
@@ -181,7 +185,8 @@ Progress read_section(std::string_view text, const Section& s, const RowPlan& pl
 
 }  // namespace
 
-BlockScan scan_block(std::string_view text, const RowPlan& plan, std::int64_t most) {
+BlockScan scan_block(const LineCursor& cursor, const RowPlan& plan, std::int64_t most) {
+  const std::string_view text = cursor.text.substr(cursor.at);
   BlockScan scan;
   std::size_t at = 0;
   std::size_t round = FIRST_ROUND;
@@ -204,7 +209,9 @@ BlockScan scan_block(std::string_view text, const RowPlan& plan, std::int64_t mo
     std::vector<char> last(n, 0);
     parallel_sections(static_cast<int>(n), [&](int i) {
       const auto k = static_cast<std::size_t>(i);
+      const Section whole = scan.sections[first + k];
       last[k] = count_section(text, plan, scan.sections[first + k]) ? 1 : 0;
+      cursor.done_with(text.substr(whole.begin, whole.end - whole.begin));
     });
     // 3. The first row of each, up to the end of the block.
     for (std::size_t k = 0; k < n && !ended; ++k) {
@@ -223,20 +230,22 @@ std::int64_t read_bulk(LineCursor& cursor, const BlockScan& scan, const RowPlan&
                        const RowTarget& target, std::int64_t most) {
   const std::size_t n = scan.sections.size();
   const std::string_view text = cursor.text.substr(cursor.at);
-  std::vector<Progress> progress(n);
+  std::vector<SectionRead> progress(n);
   parallel_sections(static_cast<int>(n), [&](int i) {
     const auto k = static_cast<std::size_t>(i);
-    progress[k] = read_section(text, scan.sections[k], plan, target, most);
+    const Section& s = scan.sections[k];
+    progress[k] = read_section(text, s, plan, target, most);
+    cursor.done_with(text.substr(s.begin, s.end - s.begin));
   });
   std::int64_t rows = 0;
   std::size_t at = 0;
-  for (const Progress& p : progress) {
+  for (const SectionRead& p : progress) {
     rows += p.rows;
     cursor.line += p.lines;
     at = p.at;
     if (!p.whole) break;
   }
-  cursor.at += at;
+  cursor.pass(at);
   return rows;
 }
 

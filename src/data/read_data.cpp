@@ -60,7 +60,8 @@ bool plain_start(const ReadJob& job, const RowPlan& plan) {
 }
 
 bool suits_bulk(const ReadJob& job) {
-  if (job.formatted || job.cursor.feed != nullptr || job.plan.layout == Layout::Triangle)
+  if (job.formatted || !job.plan.words.empty() || job.cursor.feed != nullptr ||
+      job.plan.layout == Layout::Triangle)
     return false;
   if (job.plan.layout == Layout::ByVariable &&
       (job.items.size() != 1 || job.plan.skip_columns > 0)) {
@@ -90,6 +91,25 @@ void prompt(const ReadJob& job) {
   main_output().flush();
 }
 
+// A text that is large and has far more rows than there is room for is not counted to its end: sets
+// job.count to what the rows so far let expect.
+bool too_long_for_memory(ReadJob& job, const RowPlan& plan) {
+  constexpr std::size_t LARGE = std::size_t{1} << 28;
+  const std::size_t size = job.cursor.text.size() - job.cursor.at;
+  const std::int64_t room = room_for_rows(job);
+  if (size < LARGE || job.matrix || room == UNKNOWN || job.most != UNKNOWN) return false;
+  LineCursor head = job.cursor;
+  head.text = head.text.substr(0, head.at + size / 8);
+  head.progress = nullptr;
+  const BlockScan scan = scan_block(head, plan, UNKNOWN);
+  if (scan.sections.empty() || scan.rows == 0) return false;
+  const double share = static_cast<double>(size) / static_cast<double>(scan.sections.back().end);
+  const double rows = static_cast<double>(scan.rows) * share;
+  if (rows < 1.5 * static_cast<double>(room)) return false;  // too near: counted to the last row
+  job.count = static_cast<std::int64_t>(1.05 * rows);
+  return true;
+}
+
 // How many rows there are, when the data say so: sets job.count. False after a failure that has
 // been reported. With `bulk` the block is cut into sections for the threads.
 bool count_rows(ReadJob& job, BlockScan& scan, bool bulk) {
@@ -100,10 +120,11 @@ bool count_rows(ReadJob& job, BlockScan& scan, bool bulk) {
   if (bulk) {
     plan = bulk_plan(job);
     plan.groups = job.most;
-    scan = scan_block(ahead.text.substr(ahead.at), plan, job.most);
+    if (too_long_for_memory(job, plan)) return true;
+    scan = scan_block(ahead, plan, job.most);
     rows = scan.rows;
     if (job.most != UNKNOWN) rows = std::min(rows, job.most);
-    if (!scan.sections.empty()) ahead.at += scan.sections.back().end;
+    if (!scan.sections.empty()) ahead.pass(scan.sections.back().end);
     if (rows == job.most) {
       job.count = rows;
       return true;
@@ -115,6 +136,10 @@ bool count_rows(ReadJob& job, BlockScan& scan, bool bulk) {
     plan.values = UNKNOWN;
   }
   const RowsRead read = read_any(job, ahead, plan, nullptr, rows);
+  if (read.end == RowEnd::stopped) {
+    mark_failed();
+    return false;
+  }
   rows = read.groups + (read.partial > 0 || read.end == RowEnd::bad_count ? 1 : 0);
   if (by_variable) {
     const auto n = static_cast<std::int64_t>(job.items.size());
@@ -185,8 +210,11 @@ void gather(ReadJob& job) {
 void fill_rest(ReadJob& job, double value) {
   RowPlan& plan = job.plan;
   std::int64_t k = job.read.partial;
+  bool cut = false;
   for (std::int64_t g = job.read.groups; g < plan.groups; ++g) {
-    for (; k < plan.width(g); ++k) job.target.place(plan.layout, g, k) = value;
+    for (; k < plan.width(g); ++k) {
+      job.target.place(plan.layout, g, k) = plan.word(g, k) ? text_word({}, cut) : value;
+    }
     k = 0;
   }
 }
@@ -223,7 +251,7 @@ bool read_data(ReadJob& job) {
   if (!make_storage(job)) return false;
   // 3. The values: plain rows with all threads, the rest line by line.
   if (bulk && scan.sections.empty()) {
-    scan = scan_block(job.cursor.text.substr(job.cursor.at), bulk_plan(job), job.count);
+    scan = scan_block(job.cursor, bulk_plan(job), job.count);
   }
   std::int64_t done = 0;
   if (bulk) done = read_bulk(job.cursor, scan, bulk_plan(job), job.target, job.count);

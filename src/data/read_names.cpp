@@ -9,6 +9,7 @@ namespace korvel {
 namespace {
 
 constexpr std::string_view NONAME = "NONAME__";
+constexpr std::size_t SHOWN = 40;  // characters of a name as it stands in the file
 
 // Letters, digits and "_" of the text, up-cased, at most 24; never empty, never beginning with a
 // digit (such a name would be read as a number).
@@ -36,35 +37,100 @@ std::string numbered_name(const std::vector<ReadItem>& items, const std::string&
   }
 }
 
-}  // namespace
-
-void read_names(ReadJob& job, std::string_view line) {
+std::vector<std::string_view> split(const ReadJob& job, std::string_view line) {
   std::vector<std::string_view> words;
-  if (job.plan.delimited) {
-    bool more = true;
-    for (std::size_t at = 0; more;)
-      words.push_back(next_cell(line, at, job.plan.separator, more).text);
-  } else {
+  if (!job.plan.delimited) {
     std::string_view word;
     for (std::size_t at = 0; next_value(line, at, word);) words.push_back(word);
+    return words;
   }
+  bool more = true;
+  for (std::size_t at = 0; more;) {
+    words.push_back(next_cell(line, at, job.plan.separator, more).text);
+  }
+  return words;
+}
+
+// Cells without a name at the end of the row, as long as the rows below hold nothing there either.
+void drop_empty_end(const ReadJob& job, std::vector<std::string_view>& words) {
+  if (!job.plan.delimited || job.cursor.feed != nullptr) return;
+  std::size_t keep = words.size();
+  while (keep > 1 && words[keep - 1].empty()) --keep;
+  LineCursor ahead = job.cursor;
+  ahead.source = nullptr;
+  ahead.progress = nullptr;
+  constexpr int ROWS = 500;
+  std::string_view row;
+  for (int n = 0; n < ROWS && keep < words.size(); ++n) {
+    if (!next_record(ahead, job.plan.separator, row)) break;
+    bool more = true;
+    std::size_t k = 0;
+    for (std::size_t at = 0; more; ++k) {
+      if (!next_cell(row, at, job.plan.separator, more).text.empty()) keep = std::max(keep, k + 1);
+    }
+  }
+  if (keep < words.size()) words.resize(keep);
+}
+
+// Whether the row holds numbers and nothing else: then it may be the first row of the data.
+enum class NumberRow { no, whole, data };
+NumberRow number_row(const std::vector<std::string_view>& words) {
+  NumberRow row = NumberRow::whole;
+  std::vector<double> seen;
+  for (const std::string_view word : words) {
+    double value = 0;
+    if (!cell_number(word, Numbers::point, value)) return NumberRow::no;
+    // Names may be years. Points, signs and numbers that come twice are not found in names.
+    const bool year =
+        word.size() <= 4 && std::ranges::all_of(word, [](char c) { return NAMCHK(c) == 0; });
+    if (!year || std::ranges::count(seen, value) > 0) row = NumberRow::data;
+    seen.push_back(value);
+  }
+  return row;
+}
+
+}  // namespace
+
+bool read_names(ReadJob& job, std::string_view line) {
+  std::vector<std::string_view> words = split(job, line);
+  drop_empty_end(job, words);
+  if (words.size() >
+      static_cast<std::size_t>(DATCOM.MAXVAR) + static_cast<std::size_t>(job.plan.skip_columns)) {
+    fail<"(' ...ERROR..READ COMMAND ALLOWS ONLY', I4, ' VARIABLES')">(DATCOM.MAXVAR);
+    return false;
+  }
+  // 1. Data in the place of names?
+  const NumberRow numbers = words.empty() ? NumberRow::no : number_row(words);
+  if (numbers == NumberRow::data) {
+    fail<"(' ...ERROR..FILE ', A, ' LINE ', I0, ': THE ROW OF NAMES HOLDS NUMBERS')">(
+        job.where(), job.names_line);
+    say(" ...NOTE..LIST THE VARIABLES IN PLACE OF THE NAMES OPTION");
+    return false;
+  }
+  if (numbers == NumberRow::whole) {
+    warn<"(' ...WARNING..THE ROW OF NAMES HOLDS NUMBERS ONLY: ', A, ' BECOMES ', A)">(
+        words[0].substr(0, SHOWN), clean_name(words[0]));
+  }
+  // 2. The names, and what became of them where that is not plain.
   const auto skipped = job.plan.delimited ? static_cast<std::size_t>(job.plan.skip_columns) : 0;
   bool noted = false;
   for (std::size_t i = std::min(skipped, words.size()); i < words.size(); ++i) {
-    std::string name = clean_name(words[i]);
-    if (taken(job.items, std::string_view(name).substr(0, KEYLEN))) {
-      const std::string key = numbered_name(job.items, name);
-      if (OCOM.OPUT) {
-        if (!noted) say(" ...NOTE..NAMES THAT AGREE IN 8 CHARACTERS ARE NUMBERED:");
-        say<"(1X, A, ' IS ', A)">(name, key);
-        noted = true;
-      }
-      name = key;
-    }
     ReadItem item;
-    item.name = std::move(name);
+    item.name = clean_name(words[i]);
+    if (taken(job.items, item.key())) item.name = numbered_name(job.items, item.name);
+    const bool as_it_stands =
+        std::ranges::equal(words[i], item.key(), [](char a, char b) { return upper(a) == b; });
     job.items.push_back(std::move(item));
+    if (as_it_stands || !OCOM.OPUT) continue;
+    if (!noted) say(" ...NOTE..NAMES ARE MADE FIT FOR COMMANDS, OF AT MOST 8 CHARACTERS:");
+    noted = true;
+    std::string shown(words[i].substr(0, SHOWN));
+    std::ranges::replace_if(
+        shown, [](char c) { return c >= '\0' && c < ' '; }, ' ');
+    say<"(1X, A, ' IS ', A)">(shown.empty() ? std::string_view("(NO NAME)") : shown,
+                              job.items.back().key());
   }
+  return true;
 }
 
 void drop_skipped_names(ReadJob& job, std::string_view names_line) {
@@ -73,6 +139,7 @@ void drop_skipped_names(ReadJob& job, std::string_view names_line) {
   // of data tells, for it has as many values as names in the one case.
   LineCursor ahead = job.cursor;
   if (ahead.feed != nullptr) return;
+  ahead.progress = nullptr;
   std::string_view line;
   while (ahead.next(line)) {
     if (line_kind(line, job.plan) != LineKind::data) continue;

@@ -24,12 +24,13 @@ void show_place(const ReadJob& job) {
 
 void report_cell(const ReadJob& job) {
   const std::int64_t line = job.first_line + job.read.line;
-  const std::string_view file =
-      job.stream ? std::string_view("INPUT") : std::string_view(job.shown);
+  const std::string_view file = job.where();
+  const std::string_view advice = cell_advice(job);
   if (job.read.end == RowEnd::bad_count) {
-    return fail<
-        "(' ...ERROR..FILE ', A, ' LINE ', I0, ': ', I0, ' CELLS EXPECTED, ', I0, ' FOUND')">(
+    fail<"(' ...ERROR..FILE ', A, ' LINE ', I0, ': ', I0, ' CELLS EXPECTED, ', I0, ' FOUND')">(
         file, line, job.read.cells_wanted, job.read.cells);
+    if (!advice.empty()) say(advice);
+    return;
   }
   const std::string_view name =
       job.matrix ? job.items[0].key()
@@ -37,12 +38,7 @@ void report_cell(const ReadJob& job) {
   const std::string_view bad = std::string_view(job.read.bad_text).substr(0, NAMELEN);
   fail<"(' ...ERROR..FILE ', A, ' LINE ', I0, ' COLUMN ', A, ': CELL ', A, ' IS NOT A NUMBER')">(
       file, line, name, bad);
-  if (job.read.groups > 0) return;
-  if (!logical_option(READOPT.place("NAMES"))) {
-    say(" ...NOTE..THE NAMES OPTION TAKES VARIABLE NAMES FROM THE FIRST ROW");
-  } else if (job.read.bad_value == 0) {
-    say(" ...NOTE..SKIPCOLS=1 PASSES OVER THE FIRST COLUMN");
-  }
+  if (!advice.empty()) say(advice);
 }
 
 // One note on missing codes, by variable.
@@ -67,11 +63,18 @@ void note_missing(const ReadJob& job) {
     line += std::to_string(n);
     ++on_line;
   };
-  if (job.matrix) {
-    add(job.items[0].key(), count_equal(elements(job.ws, job.items[0].var), MACOM.XMISS));
+  if (job.matrix || job.container) {
+    for (const ReadItem& item : job.items) {
+      if (item.var <= 0 || INFO(job.ws, item.var).ITYPE >= STRING5) continue;
+      add(item.key(), count_equal(elements(job.ws, item.var), MACOM.XMISS));
+    }
   } else {
     for (std::size_t k = 0; k < job.items.size(); ++k) {
-      const std::span<const double> read(job.target.column[k], static_cast<std::size_t>(job.count));
+      if (job.items[k].word) continue;
+      const auto all = elements(job.ws, job.items[k].var);  // may be shorter: a container's series
+      const std::size_t first = std::min(static_cast<std::size_t>(job.beg - 1), all.size());
+      const auto read =
+          all.subspan(first, std::min(static_cast<std::size_t>(job.count), all.size() - first));
       add(job.items[k].key(), count_equal(read, MACOM.XMISS));
     }
   }
@@ -125,8 +128,11 @@ bool report_fault(ReadJob& job) {
 }
 
 void report_success(const ReadJob& job) {
+  if (job.reported) return;
   if (job.matrix) {
-    const std::int64_t cols = job.plan.layout == Layout::Triangle ? job.count : job.plan.values;
+    const std::int64_t cols = job.container                         ? job.cols
+                              : job.plan.layout == Layout::Triangle ? job.count
+                                                                    : job.plan.values;
     if (OCOM.OPUT) {
       say<"(' ...NOTE..', I8, ' ROWS AND    ', I8, ' COLUMNS, BEGINNING AT ROW', I8)">(
           job.count, cols, job.beg);
@@ -138,6 +144,9 @@ void report_success(const ReadJob& job) {
         static_cast<int>(job.items.size()), job.count, job.beg);
   }
   note_missing(job);
+  if (job.read.cut > 0 && OCOM.OPUT) {
+    say<"(' ...NOTE..', I0, ' WORDS OF TEXT WERE CUT TO 8 CHARACTERS')">(job.read.cut);
+  }
   const int last = static_cast<int>(job.beg - 1 + job.count);
   DATCOM.MAXOB = std::max(DATCOM.MAXOB, last);
   if (DATCOM.IEND >= 1) return;

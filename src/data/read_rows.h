@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/progress.h"
 #include "platform/text_input.h"
 
 namespace korvel {
@@ -28,15 +29,36 @@ struct LineCursor {
   std::int64_t line = 0;  // lines passed
   TextInput* feed = nullptr;
   std::string* hold = nullptr;
+  const TextInput* source = nullptr;  // whose rest() the text is: passed parts are given back
+  Progress* progress = nullptr;       // is told of passed characters
 
   bool next(std::string_view& out);  // without the line end; false at the end
   void back();                       // makes the line just read the next one again
+  // Lengthens the line just read, which `out` holds, by the next one.
+  bool join(std::string_view& out);
+  // Moves on by n characters that have been dealt with.
+  void pass(std::size_t n) {
+    at += n;
+    told_ = at;
+  }
+  // A part of the text has been dealt with.
+  void done_with(std::string_view part) const;
 
  private:
   std::size_t before_ = 0;
+  std::size_t told_ = 0;  // how far done_with has been called
 };
 
 enum class Layout : std::uint8_t { ByObservation, ByVariable, Triangle };
+
+// How a number may be written.
+enum class Numbers : std::uint8_t {
+  point,   // decimal point
+  comma,   // decimal comma; a point too, but not where it may part thousands (1.234)
+  points,  // decimal point; a comma too, but not where it may part thousands (1,234)
+  either,  // decimal point or comma
+  dump,    // decimal point; NaN and Inf as well
+};
 
 struct RowPlan {
   Layout layout = Layout::ByObservation;
@@ -48,10 +70,16 @@ struct RowPlan {
   std::int64_t groups = UNKNOWN;
   std::int64_t values = UNKNOWN;  // of one group; a triangle has as many as the row's number
   int skip_columns = 0;           // leading values of each group that are passed over
+  int trailing = 0;               // empty cells that may stand behind the last one of a row
   double missing = 0;             // what an empty cell becomes
+  Numbers numbers = Numbers::point;
+  std::span<const char> words{};  // 1: this variable takes words of 8 characters; empty: none does
 
   std::int64_t width(std::int64_t g) const { return layout == Layout::Triangle ? g + 1 : values; }
-  bool decimal_comma() const { return delimited && separator == ';'; }
+  bool word(std::int64_t g, std::int64_t k) const {
+    if (words.empty()) return false;
+    return words[static_cast<std::size_t>(layout == Layout::ByVariable ? g : k)] != 0;
+  }
 };
 
 // Where values go: element 0 of each column; a triangle has one column, packed by rows.
@@ -87,6 +115,8 @@ struct RowsRead {
   std::int64_t cells = 0, cells_wanted = 0;
   std::int64_t line = 0;  // line of the fault, counted as LineCursor does
   std::string_view bad_text;
+  bool open_quote = false;  // the row holds a quote that is not closed
+  std::int64_t cut = 0;     // words that had more than 8 characters
 };
 
 // Asked when a value is bad: true to have it entered again. `group` counts from 0.
@@ -108,13 +138,24 @@ bool next_value(std::string_view line, std::size_t& at, std::string_view& value)
 struct Cell {
   std::string_view text;  // without blanks and quotes around it
   bool well_formed = true;
+  bool open = false;  // its quote is not closed in this line
 };
 Cell next_cell(std::string_view line, std::size_t& at, char separator, bool& more);
-std::int64_t count_cells(std::string_view line, char separator);
+// Cells of a line; `open` tells that the last one goes on in the next line.
+std::int64_t count_cells(std::string_view line, char separator, bool* open = nullptr);
+// The next row of cells: lines that a quoted cell reaches over are joined, up to a limit.
+bool next_record(LineCursor& cursor, char separator, std::string_view& record);
 std::int64_t count_values(std::string_view line);
 
 // A number that takes the whole text; false when it is none.
-bool whole_number(std::string_view text, bool decimal_comma, double& value);
+bool whole_number(std::string_view text, Numbers form, double& value);
+// The same for a cell, in which infinities may stand as well (inf, -Inf).
+bool cell_number(std::string_view text, Numbers form, double& value);
+// 1,234 or 1.234.567: digits that `mark` may part into thousands.
+bool grouped_thousands(std::string_view text, char mark);
+// The first 8 characters of a text as a word of a character variable, doubled quotes undone; a
+// character of several bytes is not cut. `cut` tells that there were more.
+double text_word(std::string_view text, bool& cut);
 // Empty, NA, N/A, NaN, "." or "**".
 bool missing_cell(std::string_view text);
 
@@ -134,9 +175,9 @@ struct BlockScan {
   std::int64_t rows = 0;
 };
 
-// Cuts the text into sections up to the end of the block or until `most` rows are covered (UNKNOWN:
-// no limit).
-BlockScan scan_block(std::string_view text, const RowPlan& plan, std::int64_t most);
+// Cuts the text behind the cursor into sections up to the end of the block or until `most` rows are
+// covered (UNKNOWN: no limit).
+BlockScan scan_block(const LineCursor& cursor, const RowPlan& plan, std::int64_t most);
 
 // Reads the scanned rows, at most `most`, into rows 0, 1, ... of the target, and moves the cursor
 // to the first row that was not read. Returns the rows read.

@@ -82,9 +82,7 @@ std::int64_t words_wanting(const ReadJob& job, std::int64_t rows) {
 
 bool no_memory(const ReadJob& job, std::int64_t words) {
   if (job.from_data && !job.matrix && !job.items.empty()) {
-    const auto n = static_cast<std::int64_t>(job.items.size());
-    const std::int64_t room = ADDCOM.SCRTOP - std::int64_t{ADDCOM.LASADD};
-    const std::int64_t fit = std::max<std::int64_t>(room / n - HEADER - (job.beg - 1), 0);
+    const std::int64_t fit = std::max<std::int64_t>(room_for_rows(job), 0);
     error_line<"(' ...ERROR..INSUFFICIENT MEMORY TO PROCEED AFTER ', I8, ' OBS')">(fit);
   } else {
     error_line(" ...ERROR..INSUFFICIENT MEMORY TO ENTER MATRIX");
@@ -111,9 +109,17 @@ bool store_series(ReadJob& job, std::size_t k) {
   }
   const bool skip = item.name == SKIPNAME;
   if (item.old_length < 0) item.old_length = old.LEN;
-  const int var = NEWVAR(job.ws, item.name,
-                         {.LEN = std::max<std::int64_t>(last, old.LEN), .column = item.column});
+  // Words of an old character variable go along when it moves; what is not read of it is blank.
+  const auto old_words =
+      item.word && item.var > 0 ? elements(job.ws, item.var) : std::span<double>();
+  const std::vector<double> kept(old_words.begin(), old_words.end());
+  bool cut = false;
+  NewVar request{.LEN = std::max<std::int64_t>(last, old.LEN), .column = item.column};
+  if (item.word) request.ITYPE = old.ITYPE == STRING5 ? STRING5 : CHARVAR;
+  if (item.word) request.fill = text_word({}, cut);
+  const int var = NEWVAR(job.ws, item.name, request);
   if (var == 0) return false;
+  std::ranges::copy(kept, elements(job.ws, var).begin());
   if (skip && DATCOM.LSKIP > 0) DATCOM.LSKIP = job.ws.KADD(var) + 3;
   item.var = var;
   point_at(job, k, var);
@@ -154,11 +160,24 @@ bool store_matrix(ReadJob& job) {
 
 }  // namespace
 
+std::int64_t room_for_rows(const ReadJob& job) {
+  if (DATCOM.NDL > 0 || job.items.empty()) return UNKNOWN;
+  const auto n = static_cast<std::int64_t>(job.items.size());
+  const std::int64_t room = ADDCOM.SCRTOP - std::int64_t{ADDCOM.LASADD};
+  return std::max<std::int64_t>(room / n - HEADER - (job.beg - 1), 0);
+}
+
 bool plan_series(ReadJob& job) {
   for (const ReadItem& item : job.items) {
     const Place old = existing(job, item);
     const bool column = item.var > 2 * DATCOM.MAXVAR;
     const bool series = old.ITYPE == SERIES || (old.ITYPE == MATRIX2 && old.N2 == 1);
+    if (item.word) {
+      if ((old.ITYPE != NOTYPE && old.ITYPE < STRING5) || item.column > 0 || column) {
+        return too_large();
+      }
+      continue;
+    }
     if (old.ITYPE != NOTYPE && !series && !(column && old.ITYPE <= MATRIX2)) return too_large();
   }
   return plan_count(job) && count_is_known_or_in_data(job);
@@ -242,8 +261,8 @@ void trim_storage(ReadJob& job, std::int64_t rows) {
   for (ReadItem& item : job.items) {
     const Place p = INFO(job.ws, item.var);
     const std::int64_t wanted = std::max(job.beg - 1 + job.count, item.old_length);
-    if (item.var > 2 * DATCOM.MAXVAR || p.ITYPE != SERIES || p.LEN <= wanted) continue;
-    NEWVAR(job.ws, item.name, {.LEN = wanted});
+    if (item.var > 2 * DATCOM.MAXVAR || p.ITYPE == MATRIX2 || p.LEN <= wanted) continue;
+    NEWVAR(job.ws, item.name, {.ITYPE = p.ITYPE, .LEN = wanted});
   }
 }
 

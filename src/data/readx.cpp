@@ -1,132 +1,32 @@
 // READ: data from the command stream or a file into variables.
 
 #include <algorithm>
-#include <cstring>
 
+#include "data/containers.h"
 #include "data/data.h"
 #include "data/format.h"
 #include "data/read_job.h"
 #include "data/read_options.h"
 #include "data/sample.h"
 #include "engine/commands.h"
+#include "engine/files.h"
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
+#include "engine/set.h"
 
 namespace korvel {
 namespace {
-
-constexpr std::size_t SHOWN_NAME = 60;  // characters of a file name in messages
-
-std::string_view format_option() {
-  return OPTCOM.VOPT[static_cast<std::size_t>(READOPT.place("FORMAT"))].text;
-}
 
 bool incompatible() {
   fail(" ...ERROR..INCOMPATIBLE OPTIONS  ");
   return false;
 }
-bool not_available(std::string_view what) {
-  fail<"(' ...ERROR..READ OF ', A, ' IS NOT AVAILABLE ON THIS SYSTEM')">(what);
-  return false;
-}
-
-// ---- Source
-// --------------------------------------------------------------------------------------
-
-bool ends_with(std::string_view name, std::string_view tail) {
-  if (name.size() < tail.size()) return false;
-  return std::ranges::equal(name.substr(name.size() - tail.size()), tail,
-                            [](char a, char b) { return upper(a) == b; });
-}
-bool begins_with(std::string_view name, std::string_view head) {
-  return name.size() >= head.size() && ends_with(name.substr(0, head.size()), head);
-}
-
-// Forms that are told by the name of the file or by an option.
-bool check_form(std::string_view file) {
-  struct Option {
-    int place;
-    std::string_view what;
-  };
-  for (const Option& o :
-       {Option{READOPT.place("BINARY"), "BINARY FILES"},
-        Option{READOPT.place("SBINARY"), "BINARY FILES"}, Option{READOPT.place("DIF"), "DIF FILES"},
-        Option{READOPT.place("TSP"), "TSP DATABANKS"}, Option{READOPT.place("DB"), "TSP DATABANKS"},
-        Option{READOPT.place("KORVEL"), "KORVDATA FILES"},
-        Option{READOPT.place("CRYPT"), "ENCRYPTED FILES"},
-        Option{READOPT.place("CHARSTR"), "CHARACTER DATA"},
-        Option{READOPT.place("CHARVAR"), "CHARACTER DATA"}}) {
-    if (logical_option(o.place)) return not_available(o.what);
-  }
-  if (integer_option(READOPT.place("CHARVARS")) > 0) return not_available("CHARACTER DATA");
-  if (format_option() == "BINARY") return not_available("BINARY FILES");
-  for (const std::string_view head : {"HTTP://", "HTTPS://", "FTP://"}) {
-    if (begins_with(file, head)) return not_available("FILES BY URL");
-  }
-  if (ends_with(file, ".DIF")) return not_available("DIF FILES");
-  if (ends_with(file, ".DB")) return not_available("TSP DATABANKS");
-  for (const std::string_view tail : {".XLS", ".XLSX", ".XLSM", ".ODS", ".WK1", ".WKS"}) {
-    if (ends_with(file, tail)) return not_available("SPREADSHEET FILES (SAVE IT AS .CSV)");
-  }
-  return true;
-}
-
-// The unit or file that is read, and its text from the place where this READ begins.
-bool open_source(ReadJob& job) {
-  const bool by_option = integer_given(READOPT.place("UNIT"));
-  const int unit = by_option          ? integer_option(READOPT.place("UNIT"))
-                   : SCNCOM.INPAR > 0 ? SCNCOM.INPAR
-                                      : IOCOM.INDATA;
-  job.stream = !SCNCOM.file && unit == IOCOM.L5;
-  if (!SCNCOM.file && !job.stream &&
-      (unit < 1 || unit == 2 || unit == 3 || unit == 6 || unit == 8)) {
-    fail<"(' ...ERROR..INVALID READ UNIT ', I0)">(unit);
-    return false;
-  }
-  TextInput* source = nullptr;
-  if (job.stream) {
-    source = &command_stream();
-  } else {
-    const bool rewind = logical_option(READOPT.place("REWIND"));
-    job.unit = open_data_unit(SCNCOM.file ? 0 : unit, SCNCOM.file_name, rewind);
-    if (job.unit == nullptr) return false;
-    source = job.unit->text.get();
-    if (logical_option(READOPT.place("BACKSPAC"))) job.unit->backspace();
-    job.shown = job.unit->path;
-    if (job.shown.size() > SHOWN_NAME) job.shown.erase(0, job.shown.size() - SHOWN_NAME);
-  }
-  job.first_line = source->line_number();
-  if (source->whole()) {
-    job.cursor.text = source->rest();
-  } else {
-    job.cursor.feed = source;
-    job.cursor.hold = &job.hold;
-  }
-  const std::string_view magic = job.cursor.text.substr(0, 8);
-  if (!job.stream && (magic == "KORVDATA" || magic == "KORVBIN ")) {
-    return not_available("KORVDATA AND KORVBIN FILES");
-  }
-  return true;
-}
-
-// Leaves the source where the reading stopped.
-void leave_source(ReadJob& job) {
-  if (job.cursor.feed == nullptr && job.hold.empty() && job.cursor.at > 0) {
-    if (job.stream) {
-      command_stream().skip(job.cursor.at, job.cursor.line);
-    } else {
-      job.unit->pass(job.cursor.at, job.cursor.line);
-    }
-  }
-  if (job.unit != nullptr && logical_option(READOPT.place("CLOSE"))) close_data_unit(job.unit);
-}
-
 // Passes over the data of the command stream up to END or the next command. A row of names begins
-// with a letter, as a command does, but belongs to the data.
-void pass_block(TextInput& stream, bool names) {
+// with a letter, as a command does, but belongs to the data; in character data every line does.
+void pass_block(TextInput& stream, bool names, bool characters) {
   RowPlan plan;
-  plan.ends_at_command = true;
+  plan.ends_at_command = !characters;
   std::string_view line;
   while (stream.line(line)) {
     const LineKind kind = line_kind(line, plan);
@@ -141,32 +41,6 @@ void pass_block(TextInput& stream, bool names) {
 
 // ---- Form
 // ----------------------------------------------------------------------------------------
-
-// Cells are parted by commas or tabs, or by semicolons when the first line holds one outside
-// quotes.
-void find_separator(ReadJob& job) {
-  job.plan.delimited = false;
-  const std::string_view format = format_option();
-  const bool tab = format == "TAB" || (format.empty() && ends_with(SCNCOM.file_name, ".TSV"));
-  const bool comma = format == "COMMA" || (format.empty() && ends_with(SCNCOM.file_name, ".CSV"));
-  if (!tab && !comma) return;
-  job.plan.delimited = true;
-  job.plan.separator = tab ? '\t' : ',';
-  if (tab) return;
-  LineCursor ahead = job.cursor;
-  std::string_view line;
-  if (ahead.feed != nullptr) {
-    if (!job.cursor.next(line)) return;
-    job.cursor.back();
-  } else if (!ahead.next(line)) {
-    return;
-  }
-  bool quoted = false;
-  for (const char c : line) {
-    if (c == '"') quoted = !quoted;
-    if (c == ';' && !quoted) job.plan.separator = ';';
-  }
-}
 
 bool find_format(ReadJob& job) {
   const std::string_view name = format_option();
@@ -195,30 +69,38 @@ bool find_format(ReadJob& job) {
   return true;
 }
 
+bool character_data() {
+  return logical_option(READOPT.place("CHARSTR")) || logical_option(READOPT.place("CHARVAR")) ||
+         integer_option(READOPT.place("CHARVARS")) > 0;
+}
+
 // Lines before the data, and the row of names.
 bool read_head(ReadJob& job) {
   std::string_view line;
   for (int n = integer_option(READOPT.place("SKIPLINE")); n > 0; --n) job.cursor.next(line);
-  find_separator(job);
-  job.plan.ends_at_command = job.stream;
+  job.plan.ends_at_command = job.stream && !character_data();
   job.plan.missing = MACOM.XMISS;
   job.plan.skip_columns = std::max(integer_option(READOPT.place("SKIPCOLS")), 0);
+  if (format_option() == "DUMP") job.plan.numbers = Numbers::dump;
+  if (!find_dialect(job)) return false;
   if (!logical_option(READOPT.place("NAMES"))) return true;
+  const auto next = [&] {
+    return job.plan.delimited ? next_record(job.cursor, job.plan.separator, line)
+                              : job.cursor.next(line);
+  };
   do {
-    if (!job.cursor.next(line)) {
+    job.names_line = job.first_line + job.cursor.line + 1;
+    if (!next()) {
+      if (source_failed(job)) return false;
       fail(" ...ERROR..NO DATA FOUND");
       return false;
     }
   } while (trimmed(line).empty());
   const std::string names_line(line);
-  read_names(job, names_line);
+  if (!read_names(job, names_line)) return false;
   drop_skipped_names(job, names_line);
   if (job.items.empty()) {
     fail(" ...ERROR..THE ROW OF NAMES HOLDS NO NAMES");
-    return false;
-  }
-  if (job.items.size() > static_cast<std::size_t>(DATCOM.MAXVAR)) {
-    fail<"(' ...ERROR..READ COMMAND ALLOWS ONLY', I4, ' VARIABLES')">(DATCOM.MAXVAR);
     return false;
   }
   for (ReadItem& item : job.items) {
@@ -229,13 +111,13 @@ bool read_head(ReadJob& job) {
 }
 
 // The variables of the list.
-bool take_list(ReadJob& job) {
+bool take_list(ReadJob& job, bool container) {
   const bool names = logical_option(READOPT.place("NAMES"));
   if (names && SCNCOM.NF > 0) {
     fail(" ...ERROR..WITH NAMES OPTION, DO NOT LIST VARIABLES");
     return false;
   }
-  if (!names && SCNCOM.NF == 0) {
+  if (!names && SCNCOM.NF == 0 && !container) {
     fail(" ...ERROR..NO VARIABLES LISTED..LIST THEM OR USE THE NAMES OPTION");
     return false;
   }
@@ -252,24 +134,24 @@ bool take_list(ReadJob& job) {
 // Rows, variables or a matrix: what the groups of values are.
 bool plan_layout(ReadJob& job) {
   constexpr int BYVAR = READOPT.place("BYVAR");
-  if (!plan_matrix(job)) return false;
+  // 1. Rows or variables, and which variables take characters.
   const bool names = logical_option(READOPT.place("NAMES"));
-  if (job.matrix && names) return incompatible();
-  if (logical_option(READOPT.place("SYMAT")) && logical_option(READOPT.place("TRIMAT"))) {
-    return incompatible();
-  }
-  if (job.matrix && job.formatted && job.plan.layout == Layout::Triangle) return incompatible();
-  if (job.matrix) return true;
   bool by_variable = job.items.size() == 1 ? !names : OSCOM.OBYV;
   if (logical_given(BYVAR)) by_variable = logical_option(BYVAR);
   if (logical_option(READOPT.place("ASCII"))) by_variable = true;
-  if (job.plan.delimited) {
-    if (by_variable && logical_given(BYVAR)) return incompatible();
-    by_variable = false;
-  }
+  const bool by_cells = by_variable && job.plan.delimited;
+  if (by_cells) by_variable = false;
   job.plan.layout = by_variable ? Layout::ByVariable : Layout::ByObservation;
   job.plan.values = static_cast<std::int64_t>(job.items.size());
-  return true;
+  if (!choose_words(job)) return false;
+  // 2. The shape and the count.
+  if (!plan_matrix(job)) return false;
+  if (logical_option(READOPT.place("SYMAT")) && logical_option(READOPT.place("TRIMAT"))) {
+    return incompatible();
+  }
+  if (!job.matrix) return !by_cells || !logical_given(BYVAR) || incompatible();
+  if (names || !job.plan.words.empty()) return incompatible();
+  return !job.formatted || job.plan.layout != Layout::Triangle || incompatible();
 }
 
 // Passes over SKIPROWS rows of data: lines when a variable fills many.
@@ -282,7 +164,9 @@ void skip_rows(ReadJob& job) {
   if (job.plan.layout != Layout::ByObservation) plan.values = 1;
   if (plan.delimited) {  // rows of any shape
     std::string_view line;
-    for (int n = 0; n < rows && job.cursor.next(line);) n += trimmed(line).empty() ? 0 : 1;
+    for (int n = 0; n < rows && next_record(job.cursor, plan.separator, line);) {
+      n += trimmed(line).empty() ? 0 : 1;
+    }
   } else if (job.formatted) {
     read_formatted(job.cursor, job, plan, nullptr, 0);
   } else {
@@ -304,22 +188,82 @@ void list_data(ReadJob& job) {
   PRINTX(job.ws);
 }
 
+// Adjacent commas are one separator in free form: said where they may have meant empty cells.
+void warn_of_empty_cells(const ReadJob& job) {
+  constexpr std::size_t LOOKED_AT = std::size_t{1} << 16;
+  if (job.stream || job.plan.delimited || job.formatted) return;
+  const std::string_view head = job.cursor.text.substr(job.cursor.at).substr(0, LOOKED_AT);
+  if (head.find(",,") == head.npos) return;
+  warn<"(' ...WARNING..FILE ', A, ' HOLDS EMPTY CELLS (,,), WHICH ONLY FORMAT=COMMA READS')">(
+      job.shown);
+}
+
+// Variables that come whole, from a container, a DIF file or databanks.
+void read_variables(ReadJob& job, FileForm form) {
+  if (!take_list(job, true)) return;
+  job.container = true;
+  bool good = false;
+  switch (form) {
+    case FileForm::korvdata:
+      good = read_korvdata(job);
+      break;
+    case FileForm::korvbin:
+      good = read_korvbin(job);
+      break;
+    case FileForm::dif:
+      good = read_dif(job);
+      break;
+    case FileForm::databank:
+      good = read_databank(job);
+      break;
+    case FileForm::text:
+      break;
+  }
+  if (!good) return;
+  report_success(job);
+  if (logical_option(READOPT.place("LIST"))) list_data(job);
+}
+
 // The whole command up to its end or its failure.
 void read_command(ReadJob& job) {
   // 1. Source, form, variables.
-  if (!check_form(SCNCOM.file_name) || !open_source(job) || !take_list(job)) return;
+  FileForm form = FileForm::text;
+  if (!open_source(job, form)) return;
+  if (form != FileForm::text) return read_variables(job, form);
+  if (!take_list(job, false)) return;
+  if (logical_option(READOPT.place("CHARSTR"))) {
+    if (character_data() && !logical_option(READOPT.place("NAMES"))) {
+      std::string_view line;
+      for (int n = integer_option(READOPT.place("SKIPLINE")); n > 0; --n) job.cursor.next(line);
+      read_character_strings(job);
+      return;
+    }
+    return static_cast<void>(incompatible());
+  }
   if (!find_format(job) || !read_head(job)) return;
   // 2. Shape and count.
   if (!plan_layout(job)) return;
   if (job.formatted && job.plan.delimited) return static_cast<void>(incompatible());
   skip_rows(job);
+  study_cells(job);
+  if (job.from_data) cut_empty_rows(job);
+  note_dialect(job);
+  warn_of_empty_cells(job);
   if (job.plan.layout == Layout::Triangle && OCOM.OPUT) say(" LOWER TRIANGLE OF MATRIX");
   // 3. The data.
   if (job.cursor.feed != nullptr) {
     job.plan.groups = job.count;
     gather(job);
+    if (source_failed(job)) return;
   }
-  if (!read_data(job)) return;
+  // Text is gone over once to count its rows and once to read them. Lines printed at the same
+  // terminal would be mixed with the line that tells how far it is.
+  Progress progress("READING DATA", 2 * (job.cursor.text.size() - job.cursor.at),
+                    OSCOM.OTALK || !main_output().terminal());
+  job.cursor.progress = &progress;
+  const bool read = read_data(job);
+  job.cursor.progress = nullptr;
+  if (!read) return;
   // 4. What came of it.
   if (!report_fault(job)) return;
   report_success(job);
@@ -342,27 +286,30 @@ void READX(Workspace ws) {
   if (!OCOM.ODONT) read_command(job);
   // 3. After a failure in a batch run the data lines that are left are passed over: they are no
   //    commands.
-  const bool in_stream = job.stream && !SCNCOM.file && SCNCOM.INPAR == 0;
-  if (OCOM.ODONT && OSCOM.OSCAN && in_stream) {
+  if (OCOM.ODONT && OSCOM.OSCAN && !reads_a_file()) {
+    const bool characters = character_data();
     if (job.cursor.at == 0 && job.hold.empty()) {
       skip_stream_data(ws);
     } else if (!job.hold.empty()) {
-      if (!job.gathered_all) pass_block(command_stream(), false);
+      if (!job.gathered_all) pass_block(command_stream(), false, characters);
     } else if (job.read.end != RowEnd::terminator) {
       leave_source(job);
-      return pass_block(command_stream(), false);
+      return pass_block(command_stream(), false, characters);
     }
   }
   leave_source(job);
 }
 
 void skip_stream_data(Workspace) {
-  bool names = false;
+  if (!SCNCOM.file && SCNCOM.INPAR == 0 && IOCOM.INDATA != IOCOM.L5) return;
+  if (!SCNCOM.file && SCNCOM.INPAR == 0 && !trimmed(word_setting("READFILE")).empty()) return;
+  bool names = false, characters = false;
   for (int i = 1; i <= SCNCOM.NOPS; ++i) {
     const std::string_view word = TOKCOM.token[static_cast<std::size_t>(i)].text;
     names = names || (!word.empty() && std::string_view("NAMES").substr(0, word.size()) == word);
+    characters = characters || word.substr(0, 4) == "CHAR";
   }
-  pass_block(command_stream(), names);
+  pass_block(command_stream(), names, characters);
 }
 
 }  // namespace korvel

@@ -6,7 +6,9 @@
 #include "data/data.h"
 #include "engine/bodies.h"
 #include "engine/commands.h"
+#include "engine/file_command.h"
 #include "engine/files.h"
+#include "engine/help.h"
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
@@ -16,6 +18,8 @@
 #include "expr/expr.h"
 #include "platform/signals.h"
 #include "regress/regress.h"
+#include "stats/stats.h"
+#include "regress/tests.h"
 
 namespace korvel {
 namespace {
@@ -34,7 +38,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("GENR", GENC, Tail::Raw),
     row("READ", READX),
     row("PRINT", PRINTX),
-    row("WRITE"),
+    row("WRITE", WRITEX),
     row("OLSQ", OLS),
     {"SET", SETDIS, Tail::Options, true},
     {"DISPLAY", SETDIS, Tail::Words, true},
@@ -44,10 +48,10 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("SAMPLE", SMPL, Tail::Words),
     {"DO", DO, Tail::Raw, true},
     loop("RESTRICT"),
-    row("TEST", nullptr, Tail::Raw),
+    row("TEST", TEST, Tail::Raw),
     row("EXECUTE", EXECS, Tail::Raw),
     loop("END"),
-    row("HELP", nullptr, Tail::Raw),
+    row("HELP", HELP, Tail::Raw),
     row("NAMES", DUMPIT),
     loop("LAMBDA"),
     loop("FORMAT"),
@@ -65,17 +69,17 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     loop("TITLE"),
     row("TIME", SMPL, Tail::Words),
     row("SORT", SORTD),
-    row("REWIND", nullptr, Tail::Words),
+    row("REWIND", REWINDX, Tail::Words),
     row("GAMES", nullptr, Tail::Raw),
     row("CHECKOUT", nullptr, Tail::Raw),
     row("MATRIX", nullptr, Tail::Raw),
     row("GEN1", GENC, Tail::Raw),
-    row("DISTRIB"),
+    row("DISTRIB", DISTR),
     row("COPY", COPYX),
     row("BOX"),
     row("2SLS"),
-    row("SAVE"),
-    row("RESTORE"),
+    row("SAVE", SAVEX),
+    row("RESTORE", SAVEX),
     row("SPREAD", nullptr, Tail::Raw),
     loop("PARM", Tail::Words, false),
     row("FCAST"),
@@ -92,7 +96,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     loop("COEFFICI"),
     loop("LAGS"),
     row("ENDIF", GENC, Tail::Raw),
-    row("FILE", nullptr, Tail::Raw),
+    {"FILE", FILEX, Tail::Raw, true},
     loop("SIZE", Tail::Words, false),
     row("PCOMPONE"),
     row("DEMONSTR", nullptr, Tail::Raw),
@@ -104,10 +108,10 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("ARIMA"),
     row("GOTO", GOTOX, Tail::Words),
     row("BAYES"),
-    row("CONFIDEN"),
+    row("CONFIDEN", CONFID),
     row("SMPL", SMPL, Tail::Words),
     row("ROBUST"),
-    row("INQUIRE", nullptr, Tail::Raw),
+    row("INQUIRE", INQUIRX, Tail::Raw),
     row("HETERO"),
     {"PROCEDUR", PROCDEF, Tail::Raw, true},
     row("PROCEND", DOEND, Tail::Raw),

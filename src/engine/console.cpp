@@ -16,6 +16,7 @@ constexpr const char* HELP =
     "  -             standard input, or standard output as second name\n"
     "  -q            no greeting\n"
     "  -W            mirror warnings on standard error too (errors always are in a batch run)\n"
+    "  --results FILE  write the estimates and tests of the run to FILE as JSON\n"
     "  SAFE          don't trust the commands: read only below this folder, keep the workspace's\n"
     "                size, ten minutes of processor time at the most\n"
     "  PAR=n         workspace of n kilobytes (20480)\n"
@@ -91,6 +92,11 @@ ConsoleCall KORVELD(const std::vector<std::string>& arguments) {
       if (i + 1 == arguments.size()) return refuse("-c needs commands");
       call.settings.commands = with_line_ends(arguments[++i]);
       call.settings.have_commands = true;
+    } else if (options && a == "--results") {
+      if (i + 1 == arguments.size() || arguments[i + 1].empty()) {
+        return refuse("--results needs a file name");
+      }
+      call.settings.results = arguments[++i];
     } else if (options && a == "%") {
       call.settings.databank = true;
     } else if (options && (a == "SAFE" || a == "--safe")) {

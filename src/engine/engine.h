@@ -12,6 +12,10 @@
 //   variables    DELETE, RENAME, DIMENSION, COMPRESS, NAMES, DUMP        (workspace.h)
 //   set          SETDIS: SET and DISPLAY                                  (set.h)
 //   output       LINEBUF, OUTLINE, Line, say, warn, fail, XXIT           (output.h)
+//   units        AFILE, AFILO: units, places in files, private files     (units.h)
+//   file_command FILEX: FILE, INQUIRE, REWIND                             (file_command.h)
+//   syscmd       SYSCMD: system lines                                     (syscmd.h)
+//   redirect     SET OUTUNIT, FILE OUTPUT, SCREEN, KEYBOARD               (redirect.h)
 //   files        names of files to be read, the open output              (files.h)
 //
 // The room owns all areas of shared_areas.h that no other room names as its own, the token and list

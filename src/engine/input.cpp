@@ -1,18 +1,28 @@
 // INPUT: physical lines to the next command.
 #include "engine/input.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "engine/bodies.h"
 #include "engine/commands.h"
+#include "engine/completion.h"
 #include "engine/files.h"
 #include "engine/options.h"
 #include "engine/output.h"
+#include "engine/redirect.h"
 #include "engine/run.h"
+#include "engine/set.h"
+#include "engine/syscmd.h"
 #include "engine/text_commands.h"
+#include "engine/units.h"
+#include "platform/line_editor.h"
 
 namespace korvel {
 namespace {
@@ -30,16 +40,41 @@ struct CommandBuffer {
 };
 constinit CommandBuffer BUFFER{};
 
+// A file on the stack, with the units that come back when it ends.
+struct InputFile {
+  const TextInput* source = nullptr;
+  dev_t device = 0;
+  ino_t inode = 0;
+  int L5 = 5, INDATA = 5;
+};
 struct Inputs {
   std::vector<std::unique_ptr<TextInput>> stack;
+  std::vector<InputFile> files;
 };
 Inputs& inputs() {
   static Inputs i;
   return i;
 }
 
+// Files that have been left: the units of the first of them are in force again.
+void forget_closed_inputs() {
+  auto& files = inputs().files;
+  const auto open = [](const InputFile& file) {
+    return std::ranges::any_of(inputs().stack,
+                               [&](const auto& s) { return s.get() == file.source; });
+  };
+  const auto closed = std::ranges::find_if_not(files, open);
+  if (closed == files.end()) return;
+  IOCOM.L5 = closed->L5;
+  IOCOM.INDATA = closed->INDATA;
+  files.erase(closed, files.end());
+}
+
 constexpr int MAXUNKNOWN = 5;
 constexpr int MAXSPVERR = 5;
+
+// "|_", or "| " where a command goes on.
+std::string_view command_prompt() { return BUFFER.length > 0 ? "| " : "|_"; }
 
 // The next physical line, or stored command of a running body. An input that has ended is left; a
 // loop goes back to its first line instead.
@@ -48,7 +83,7 @@ bool read_physical(std::string_view& line) {
   while (!stack.empty()) {
     TextInput& source = *stack.back();
     if (OSCOM.OTALK) {
-      if (source.terminal()) main_output().raw(BUFFER.length > 0 ? "| " : "|_");
+      if (source.terminal() && !source.shows_prompt()) main_output().raw(command_prompt());
       main_output().flush();
     }
     if (!stop_requested() && source.line(line)) {
@@ -64,6 +99,7 @@ bool read_physical(std::string_view& line) {
     if (level_ended(workspace(), &source)) continue;
     if (stack.size() == 1) return false;
     stack.pop_back();
+    forget_closed_inputs();
   }
   return false;
 }
@@ -87,6 +123,12 @@ bool bracket_text(Workspace ws, std::string_view name, std::string_view& text) {
   return true;
 }
 
+// A line for the shell; these may have any length.
+bool system_line(std::string_view line) {
+  const auto at = line.find_first_not_of(" \t?^=");
+  return BUFFER.length == 0 && at != std::string_view::npos && line[at] == '$';
+}
+
 void warn_too_long() {
   warn<"(' ...WARNING..COMMAND MAY BE NEAR OR OVER THE ', I0, ' CHARACTER LIMIT')">(LINMAX);
 }
@@ -94,7 +136,8 @@ void warn_too_long() {
 // Appends a physical line, tabs blanked and [NAME] of character variables replaced. What was put in
 // is not looked at again. False when the limit was met.
 bool append(Workspace ws, std::string_view line) {
-  if (!in_body()) line = line.substr(0, static_cast<std::size_t>(INPCOM.LCOLEN));
+  if (!in_body() && !system_line(line))
+    line = line.substr(0, static_cast<std::size_t>(INPCOM.LCOLEN));
   line = right_trimmed(line);
   if (BUFFER.pieces < MAXPIECES)
     BUFFER.piece[static_cast<std::size_t>(BUFFER.pieces++)] = BUFFER.length;
@@ -155,6 +198,11 @@ void raise_case() {
 
 // Prints the command, a physical line after the other: "|_" before the first, "| " before others.
 void echo(const char* text) {
+  std::string without_secret;
+  if (holds_pass_phrase({text, static_cast<std::size_t>(BUFFER.length)})) {
+    without_secret = hide_pass_phrase({text, static_cast<std::size_t>(BUFFER.length)});
+    text = without_secret.data();
+  }
   for (int k = 0; k < BUFFER.pieces; ++k) {
     // A continuation without text may begin behind the last character that was kept.
     const int from = std::min(BUFFER.piece[static_cast<std::size_t>(k)], BUFFER.length);
@@ -191,6 +239,23 @@ bool never_continued(std::string_view line) {
   return at == std::string_view::npos || line[at] == '*' || line[at] == '$';
 }
 
+// FILE KEYBOARD: the command as it was typed, a physical line after the other.
+void copy_pieces() {
+  if (!keyboard_copied() || inputs().stack.size() > 1) return;
+  const std::string shown = hide_pass_phrase(command_typed());
+  for (int k = 0; k < BUFFER.pieces; ++k) {
+    const auto from = static_cast<std::size_t>(
+        std::min(BUFFER.piece[static_cast<std::size_t>(k)], BUFFER.length));
+    const bool last = k + 1 == BUFFER.pieces;
+    const auto to = static_cast<std::size_t>(
+        last ? BUFFER.length
+             : std::min(BUFFER.piece[static_cast<std::size_t>(k) + 1], BUFFER.length));
+    std::string piece(right_trimmed(std::string_view(shown).substr(from, to - from)));
+    if (!last) piece += " &";
+    copy_command(piece);
+  }
+}
+
 // Reads one whole command into the buffer; false at the end of the input.
 bool read_command(Workspace ws) {
   std::string_view line;
@@ -222,6 +287,7 @@ bool read_command(Workspace ws) {
     if (BUFFER.length > from) trim_buffer();
   }
   trim_buffer();
+  if (!in_body()) copy_pieces();
   return true;
 }
 
@@ -265,6 +331,9 @@ namespace {
 void unknown_command(std::string_view word) {
   error_line<"(' ...ERROR..UNKNOWN COMMAND...', A)">(word);
   INPCOM.IKOD = 0;
+  if (const std::string near = near_command(word); OSCOM.OTALK && !near.empty()) {
+    say<"(' ...NOTE..DID YOU MEAN ', A, '?')">(near);
+  }
   if (OSCOM.OTALK) return;
   warn(" ...WARNING..CHECK OUTPUT CAREFULLY");
   if (++INPCOM.NUNKNO >= MAXUNKNOWN) {
@@ -334,6 +403,16 @@ bool dropped_by_editor() {
   return find_command(right_trimmed({INPCOM.COMWRD, KEYLEN})) != K_KORVEDIT;
 }
 
+// "$": a line for the shell, which counts as the command that a false IF drops.
+void run_system_line(std::string_view text) {
+  if (OCOM.ONOTIF) {
+    OCOM.ONOTIF = false;
+    if (OCOM.OPUT) warn(" ...WARNING..ABOVE STATEMENT NOT EXECUTED - PREVIOUS IF IS FALSE");
+    return;
+  }
+  if (!OSCOM.OSCAN) SYSCMD(text);
+}
+
 // Finds the command in the buffer. True when there is one to run.
 bool find_in_buffer() {
   if (dropped_by_editor()) return false;
@@ -348,7 +427,7 @@ bool find_in_buffer() {
       return true;
     }
     if (prefix == Prefix::System) {
-      if (!OSCOM.OSCAN) error_line(" .. THIS COMMAND IS NOT AVAILABLE ON THIS SYSTEM");
+      run_system_line(command_typed().substr(static_cast<std::size_t>(at) + 1));
       return false;
     }
     if (!OSCOM.OKOD) {  // the line belongs to the command before
@@ -402,7 +481,7 @@ void INPUT(Workspace ws) {
     if (BUFFER.length > 0 && find_in_buffer()) break;
     if (RUNCOM.ended) return;
   }
-  if (OSCOM.OLCOM) store_text(ws, "C$", command_text());
+  if (OSCOM.OLCOM) store_text(ws, "C$", hide_pass_phrase(command_text()));
   if (is_text_command(INPCOM.IKOD)) store_text_command(ws);
 }
 
@@ -418,16 +497,81 @@ std::string_view command_tail() {
   return command_text().substr(static_cast<std::size_t>(SCNCOM.ISTART));
 }
 
+std::unique_ptr<TextInput> keyboard_input() {
+  LineEditor editor;
+  editor.prompt = [] { return std::string(command_prompt()); };
+  editor.complete = [](std::string_view line, std::size_t cursor) {
+    // Behind "&" the line belongs to the command above it.
+    const std::string whole = std::string(command_typed()) + std::string(line);
+    const std::size_t before = whole.size() - line.size();
+    Candidates found = complete_command(workspace(), whole, before + cursor);
+    found.from = found.from < before ? cursor : found.from - before;
+    return LineEditor::Completion{found.from, std::move(found.words)};
+  };
+  editor.keep = [](std::string_view line) {
+    return !holds_pass_phrase(std::string(command_typed()) + std::string(line));
+  };
+  if (!RUNCOM.settings.safe) editor.history = home_name("~/.korvel_history");
+  auto source = edited_text(std::move(editor));
+  return source != nullptr ? std::move(source) : standard_text();
+}
+
 void open_command_input(std::unique_ptr<TextInput> source) {
   inputs().stack.push_back(std::move(source));
 }
 
-void close_command_inputs() { inputs().stack.clear(); }
+bool push_command_input(std::string_view typed, int unit) {
+  const std::string path = resolve_read_name(unit > 0 ? unit_path(unit) : std::string(typed));
+  struct stat st {};
+  if (stat(path.c_str(), &st) == 0 && is_command_input(st.st_dev, st.st_ino)) {
+    fail<"(' ...ERROR..FILE IS ALREADY BEING READ:', A)">(path);
+    return false;
+  }
+  errno = 0;
+  auto source = open_text(path);
+  if (source == nullptr) {
+    const int cause = errno;
+    if (cause == ENOENT) {
+      error_line<"(' ...WARNING..FILE DOES NOT EXIST:', A)">(typed.empty() ? std::string_view(path)
+                                                                           : typed);
+      mark_failed();
+    } else {
+      fail<"(' ...ERROR..OPEN ERROR ON UNIT', I0, ' ERROR=', I0, ' FILE=', A)">(
+          unit > 0 ? unit : NAMED_UNIT, cause, path);
+    }
+    return false;
+  }
+  const bool follows = IOCOM.INDATA == IOCOM.L5;
+  inputs().files.push_back({source.get(), st.st_dev, st.st_ino, IOCOM.L5, IOCOM.INDATA});
+  if (unit > 0) IOCOM.L5 = unit;
+  if (follows) IOCOM.INDATA = IOCOM.L5;
+  inputs().stack.push_back(std::move(source));
+  return true;
+}
+
+void return_to_main_input() {
+  if (inputs().files.empty()) return;
+  const TextInput* first = inputs().files.front().source;
+  drop_levels(workspace());  // a level may hold inputs above the file
+  close_command_inputs_from(first);
+}
+
+bool is_command_input(dev_t device, ino_t inode) {
+  return std::ranges::any_of(inputs().files, [&](const InputFile& file) {
+    return file.device == device && file.inode == inode;
+  });
+}
+
+void close_command_inputs() {
+  inputs().stack.clear();
+  inputs().files.clear();
+}
 
 void close_command_inputs_from(const TextInput* source) {
   auto& stack = inputs().stack;
   const auto at = std::ranges::find_if(stack, [&](const auto& s) { return s.get() == source; });
   stack.erase(at, stack.end());
+  forget_closed_inputs();
 }
 
 std::string running_file() {

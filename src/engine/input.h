@@ -1,6 +1,8 @@
 // The reader: physical lines to one command in COMBUF.
 #pragma once
 
+#include <sys/types.h>
+
 #include <memory>
 #include <string>
 #include <string_view>
@@ -24,11 +26,21 @@ std::string_view command_tail();
 // Inputs: the one named at start, then those that FILE INPUT pushes; an ended one is left.
 void open_command_input(std::unique_ptr<TextInput> source);
 void close_command_inputs();
+// FILE INPUT and SET INUNIT: commands come from a file until it ends; L5 and INDATA are then as
+// before. False after a reported failure, the input unchanged. `unit` is 0 for FILE INPUT.
+bool push_command_input(std::string_view typed, int unit);
+// SET INUNIT=5: files that were pushed are left, with all that runs in them.
+void return_to_main_input();
+// Whether commands are being read from that file, at any depth.
+bool is_command_input(dev_t device, ino_t inode);
 
 // Leaves the given input and all that were opened from it.
 void close_command_inputs_from(const TextInput* source);
 // The file that commands are read from, empty for the input of the run.
 std::string running_file();
+
+// Standard input as a person types it: with editing, history and completion where that is possible.
+std::unique_ptr<TextInput> keyboard_input();
 
 // The next whole command, continued lines joined, for a body that is stored and not run: as typed,
 // nothing replaced. False at the end of the input.

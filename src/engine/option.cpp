@@ -87,40 +87,49 @@ bool date_option(std::string_view word) {
   return false;
 }
 
-// Value of an integer or real place.
-bool number_option(Workspace ws, const OptionWord& w, int place, std::string_view value) {
+bool bad_value(const OptionWord& w) {
+  fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(w.word);
+  return false;
+}
+
+// A number, a temporary or a scalar variable as the value of a word.
+bool option_value(Workspace ws, const OptionWord& w, std::string_view value, double& x) {
   const bool numeric = !value.empty() && (NAMCHK(value[0]) == 0 || value[0] == '-' ||
                                           value[0] == '+' || value[0] == '.');
-  double x = 0;
-  if (numeric) {
-    const Number n = FSUMS(value);
-    if (n.used != static_cast<int>(value.size())) {
-      fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(w.word);
-      return false;
-    }
-    x = n.value;
-    if (n.point && date_option(w.word)) {
-      const DateObs d = date_observation(n);
-      if (!d.ok) {
-        fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(w.word);
-        return false;
-      }
-      x = d.obs;
-    }
-  } else {
+  if (!numeric) {
     const Scalar s = scalar_value(ws, value);
-    if (!s.ok) return false;
     x = s.value;
+    return s.ok;
   }
+  const Number n = FSUMS(value);
+  if (n.used != static_cast<int>(value.size())) return bad_value(w);
+  x = n.value;
+  if (n.point && date_option(w.word)) {
+    const DateObs d = date_observation(n);
+    if (!d.ok) return bad_value(w);
+    x = d.obs;
+  }
+  return true;
+}
+
+// Value of an integer or real place.
+bool number_option(Workspace ws, const OptionWord& w, int place, std::string_view value) {
+  if (w.pair) {  // the second number goes to the place behind
+    const auto semicolon = value.find(';');
+    if (semicolon == std::string_view::npos) return bad_value(w);
+    const OptionWord one{w.word, w.kind, 0.0, {}};
+    return number_option(ws, one, place + 1, value.substr(semicolon + 1)) &&
+           number_option(ws, one, place, value.substr(0, semicolon));
+  }
+  double x = 0;
+  if (value.empty()) return bad_value(w);
+  if (!option_value(ws, w, value, x)) return false;
   if (w.kind == OptionKind::Real) {
     OPTCOM.XOPT[static_cast<std::size_t>(place)] = x;
     OPTCOM.xgiven[static_cast<std::size_t>(place)] = true;
     return true;
   }
-  if (!(std::fabs(x) < 2147483648.0)) {
-    fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(w.word);
-    return false;
-  }
+  if (!(std::fabs(x) < 2147483648.0)) return bad_value(w);
   OPTCOM.IOPT[static_cast<std::size_t>(place)] = static_cast<int>(x);
   OPTCOM.igiven[static_cast<std::size_t>(place)] = true;
   return true;

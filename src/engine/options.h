@@ -68,12 +68,17 @@ struct OptionWord {
   OptionKind kind;
   double start = 0;       // default: flag, integer or real
   std::string_view name;  // default text of a name option
+  bool pair = false;      // two integers, WORD=a;b: its own place and the next one
 };
 consteval OptionWord logical(std::string_view w, bool start = false) {
   return {w.substr(0, KEYLEN), OptionKind::Logical, start ? 1.0 : 0.0, {}};
 }
 consteval OptionWord integer(std::string_view w, int start = 0) {
   return {w.substr(0, KEYLEN), OptionKind::Integer, static_cast<double>(start), {}};
+}
+// The place behind a pair is closed: integer_pair("FROWS"), integer("*").
+consteval OptionWord integer_pair(std::string_view w) {
+  return {w.substr(0, KEYLEN), OptionKind::Integer, 0.0, {}, true};
 }
 consteval OptionWord real(std::string_view w, double start = 0) {
   return {w.substr(0, KEYLEN), OptionKind::Real, start, {}};

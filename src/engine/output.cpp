@@ -9,6 +9,8 @@
 
 #include "engine/bodies.h"
 #include "engine/files.h"
+#include "engine/input.h"
+#include "engine/redirect.h"
 #include "engine/run.h"
 #include "platform/signals.h"
 
@@ -60,7 +62,8 @@ void mirror(const char* line, std::string_view kind) {
       text.remove_prefix(dots == std::string_view::npos ? text.size() : dots);
     }
   }
-  std::string out = RUNCOM.script;
+  std::string out = running_file();  // of FILE INPUT, or of a procedure
+  if (out.empty()) out = RUNCOM.script;
   out += ':';
   out += std::to_string(INPCOM.KLINE);
   out += ": ";
@@ -90,19 +93,28 @@ void OUTLINE() {
   OUTBUF.lines = 0;
   if (n <= 0) return;
   bool dropped = false;
+  const bool redirected = IOCOM.LOUT != 0;
+  const bool mirrored = !redirected && OSCOM.OSCR && IOCOM.L86 != 0;
+  TextOutput& unit = redirected ? redirect() : main_output();
   for (int i = 0; i < n; ++i) {
     auto& line = OUTBUF.LINEBUF[static_cast<std::size_t>(i)];
     if (line[0] == '~') dropped = true;
     if (!dropped) {
-      ++OUTBUF.ILINE;
+      if (!redirected) ++OUTBUF.ILINE;
       const auto length = static_cast<std::size_t>(LENTRM({line.data(), LINELEN}));
-      main_output().line({line.data(), length == 0 ? 1 : length});
+      const std::string_view record(line.data(), length == 0 ? 1 : length);
+      unit.line(record);
+      if (mirrored) screen_mirror().line(record);
     }
     line.fill(' ');
   }
   OUTBUF.IVL = 1;
-  if (OSCOM.OFLUSH) main_output().flush();
+  if (OSCOM.OFLUSH) {
+    unit.flush();
+    if (mirrored) screen_mirror().flush();
+  }
   check_output();
+  if (redirected || mirrored) check_redirects();
 }
 
 Line::Line() : text_(nullptr) {

@@ -17,8 +17,12 @@
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
+#include "engine/redirect.h"
+#include "engine/results_file.h"
+#include "engine/set.h"
 #include "engine/units.h"
 #include "expr/expr.h"
+#include "platform/child.h"
 #include "platform/signals.h"
 #include "platform/text_input.h"
 
@@ -52,15 +56,16 @@ void print_banner() {
   say<"(' Welcome to ', A)">(VERSION);
   say(stars);
   say<"(' *  Welcome to ', A)">(VERSION);
-  say<"(' *  FILE PATH=', A)">(std::string_view{});
-  say<"(' *  FILE PROCPATH=', A)">(std::string_view{});
+  say<"(' *  FILE PATH=', A)">(RUNCOM.path);
+  say<"(' *  FILE PROCPATH=', A)">(RUNCOM.vproc);
   say(stars);
 }
 
 // The named input; a missing one is asked for once on standard input.
 std::unique_ptr<TextInput> open_input(RunSettings& settings) {
   if (settings.have_commands) return memory_text(settings.commands, "-c");
-  if (settings.input.empty() || settings.input == "-") return standard_text();
+  if (settings.input.empty()) return keyboard_input();
+  if (settings.input == "-") return standard_text();
   std::string name = settings.input;
   for (int tries = 0; tries < 8; ++tries) {
     auto source = open_text(name);
@@ -122,6 +127,7 @@ int command_loop() {
   Workspace ws = workspace();
   RESET(ws);
   OSCOM.ODB = RUNCOM.settings.databank;
+  if (IOCOM.O6) begin_web_form(RUNCOM.settings.output);
   if (!RUNCOM.settings.quiet) print_banner();
   for (;;) {
     AAA(ws);
@@ -143,12 +149,17 @@ int command_loop() {
 
 // The closing lines and the status of the whole.
 int finish(int status) {
+  if (!OSCOM.OTALK) wait_for_children();
   const int signal = signal_received();
+  remove_private_files();
+  flush_redirects();
   if (!RUNCOM.ended && status == EXIT_GOOD && signal == 0) {
     say(" ...NOTE..STOPPED");
     say(" ...COMPLETED");
   }
   close_data_files();
+  release_units();
+  close_redirects();
   main_output().flush();
   const bool closed = main_output().close();
   const int error = main_output().error();
@@ -201,7 +212,11 @@ void RESET(Workspace ws) {
   OCOM.ONOTIF = false;
   TEMCOM.TEMVAL.fill(UNSET);
   set_clock_temporaries();
+  // 4. Files that the run had opened.
   close_data_files();
+  release_units();
+  close_redirects();
+  reset_settings();
 }
 
 int run_korvel(const RunSettings& settings) {
@@ -227,6 +242,16 @@ int run_korvel(const RunSettings& settings) {
     OSCOM.OTALK = !named && source->terminal();
     OSCOM.OECHO = !OSCOM.OTALK;
     if (!OSCOM.OTALK) RUNCOM.script = script_name(RUNCOM.settings);
+    if (!settings.results.empty()) {
+      if (same_file(settings.input, settings.results)) {
+        tell(settings.results + ": is the input of this run");
+        return EXIT_CALL;
+      }
+      if (const int error = open_results(settings.results); error != 0) {
+        tell(settings.results + ": " + std::strerror(error));  // NOLINT(concurrency-mt-unsafe)
+        return EXIT_CALL;
+      }
+    }
     IOCOM.O5 = named;
     open_command_input(std::move(source));
     const char* folder = std::getenv("TEMP");               // NOLINT(concurrency-mt-unsafe)
@@ -243,7 +268,12 @@ int run_korvel(const RunSettings& settings) {
   }
   drop_levels(workspace(), true);
   close_command_inputs();
-  return finish(status);
+  status = finish(status);
+  if (const int error = close_results(status); error != 0) {
+    tell(settings.results + ": " + std::strerror(error));  // NOLINT(concurrency-mt-unsafe)
+    if (status == EXIT_GOOD || status == EXIT_FAILED) status = EXIT_NOROOM;
+  }
+  return status;
 }
 
 }  // namespace korvel

@@ -34,7 +34,8 @@ struct RunSettings {
   bool safe = false;          // the command text is not trusted: see files.h
   bool mirror_errors = true;  // on standard error, in a batch run
   bool mirror_warnings = false;
-  std::string temp;  // VTEMP
+  std::string temp;     // VTEMP
+  std::string results;  // file of results as JSON, empty: none
 };
 
 struct RunCom {
@@ -45,10 +46,10 @@ struct RunCom {
   int xxit_code = 0;
   bool output_failed = false;
   std::int64_t par = 20480;  // workspace in force, kilobytes
-  std::string vtemp = "/tmp/";  // folders, each with "/" at its end or empty: temporary files,
-  std::string path;             // data files (FILE PATH),
-  std::string vproc;            // procedures (FILE PROCPATH),
-  std::string vgnu;             // the plotting program (FILE PLOTPATH),
+  // Folders, each with "/" at its end, or empty.
+  std::string vtemp = "/tmp/";  // temporary files (FILE TEMP)
+  std::string path;             // data files under bare names (FILE PATH)
+  std::string vgnu;             // the plotting program (FILE PLOTPATH)
   std::string vftpath;          // fetched files (FILE FTPPATH)
   std::string vproc;  // VPROC: folder of procedure files (FILE PROCPATH), with its "/", or empty
 };

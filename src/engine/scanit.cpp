@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "data/containers.h"
 #include "engine/commands.h"
+#include "engine/completion.h"
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
@@ -37,9 +39,21 @@ struct Cursor {
 void syntax_error() { fail(" ...ERROR..SYNTAX ERROR"); }
 
 // Commands in whose list a name may be new.
-bool accepts_new() { return INPCOM.IKOD == K_READ; }
-bool reads_or_prints() {
-  return INPCOM.IKOD == K_READ || INPCOM.IKOD == K_PRINT || INPCOM.IKOD == K_WRITE;
+bool accepts_new() {
+  return INPCOM.IKOD == K_READ || INPCOM.IKOD == K_COPY || INPCOM.IKOD == K_RESTORE ||
+         INPCOM.IKOD == K_CONFIDEN;  // looks its names up among the coefficients: CONSTANT
+}
+bool names_a_file() {
+  switch (INPCOM.IKOD) {
+    case K_READ:
+    case K_PRINT:
+    case K_WRITE:
+    case K_SAVE:
+    case K_RESTORE:
+      return true;
+    default:
+      return false;
+  }
 }
 
 // The place of a list entry that must not exist: reported, but while scanning it counts nowhere,
@@ -51,6 +65,7 @@ void report_missing(std::string_view name) {
     return;
   }
   fail<"(' ...ERROR..VARIABLE ', A, ' DOES NOT EXIST.')">(name);
+  note_near_variable(workspace(), name);
 }
 
 bool add_item(const ListItem& item) {
@@ -105,6 +120,10 @@ bool scan_lags(Cursor& c, LagForm& lag) {
 // Looks a name up and adds it, once for each lag.
 bool add_name(Workspace ws, std::string_view name, int column, const LagForm& lag, bool group) {
   ListItem item{.var = VARNUM(ws, name), .group = group, .name = name};
+  if (item.var == 0 && OSCOM.ODB && !OSCOM.OSCAN && !accepts_new()) {  // a databank may have it
+    item.var = load_from_databank(ws, name);
+    if (item.var < 0) return false;
+  }
   if (item.var == 0) {
     if (!accepts_new()) {
       report_missing(name);
@@ -294,7 +313,7 @@ void scan_list(Workspace ws, Cursor& c) {
     }
     if (ch == '\\') return;
     if (ch == '(') {
-      if (fresh && reads_or_prints()) {
+      if (fresh && names_a_file()) {
         if (!scan_file(c)) return;
       } else if (!group) {
         group = true;

@@ -2,12 +2,18 @@
 
 #include <ctime>
 
+#include <algorithm>
 #include <array>
 #include <string>
 
 #include "engine/commands.h"
+#include "engine/files.h"
+#include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
+#include "engine/redirect.h"
+#include "engine/run.h"
+#include "engine/units.h"
 #include "expr/expr.h"
 
 namespace korvel {
@@ -77,23 +83,32 @@ void load_settings() {
   OPTCOM.XOPT[SETOPT.place("RCPUTIME")] = cpu_seconds();
 }
 
-// Units other than the run's own need the file commands.
-bool unit_change(std::string_view word, int unit) {
-  if (unit == 5 || unit == 6 || unit == 0) return true;
-  fail<"(' ...ERROR..SET ', A, ': UNITS ARE NOT AVAILABLE ON THIS SYSTEM')">(word);
-  return false;
+// A unit that was given: 5 and 6 are the run's own, others must be units for files.
+bool unit_given(std::size_t place, int own, bool opens_file) {
+  const int unit = OPTCOM.IOPT[place];
+  if (!OPTCOM.igiven[place] || unit == own || unit == 0) return true;
+  if (opens_file && RUNCOM.settings.safe) {
+    refuse_in_safe_run();
+    return false;
+  }
+  return user_unit(unit);
+}
+
+// Head of a web page, once; an output file that is named so has it already.
+void begin_web_output() {
+  if (IOCOM.OHTML) return;
+  IOCOM.OHTML = true;
+  say(" Content-type: text/html\n\n <HTML><TITLE>KORVEL OUTPUT</TITLE><PRE>");
 }
 
 void store_settings() {
   const auto& I = OPTCOM.IOPT;
-  const struct {
-    std::string_view word;
-    std::size_t place;
-  } units[] = {{"READUNIT", SETOPT.place("READUNIT")},
-               {"INUNIT", SETOPT.place("INUNIT")},
-               {"OUTUNIT", SETOPT.place("OUTUNIT")}};
-  for (const auto& u : units) {
-    if (OPTCOM.igiven[u.place] && !unit_change(u.word, I[u.place])) return;
+  constexpr std::size_t INUNIT = SETOPT.place("INUNIT"), OUTUNIT = SETOPT.place("OUTUNIT"),
+                        READUNIT = SETOPT.place("READUNIT");
+  // 1. What can be refused, before anything is changed.
+  if (!unit_given(READUNIT, 5, false) || !unit_given(INUNIT, 5, true) ||
+      !unit_given(OUTUNIT, IOCOM.L66, true)) {
+    return;
   }
   const int columns = I[SETOPT.place("MAXCOLON")];
   const int length = I[SETOPT.place("COMLEN")];
@@ -101,7 +116,19 @@ void store_settings() {
     return fail(" ...ERROR..IN RIGHT HAND SIDE OF OPTION..MAXCOLON");
   }
   if (length < 1 || length > LINMAX) return fail(" ...ERROR..IN RIGHT HAND SIDE OF OPTION..COMLEN");
+  if (OPTCOM.igiven[OUTUNIT] && !redirect_output(I[OUTUNIT])) return;
+  if (OPTCOM.igiven[INUNIT]) {
+    if (I[INUNIT] == 5 || I[INUNIT] == 0) {
+      return_to_main_input();
+    } else if (!push_command_input({}, I[INUNIT])) {
+      return;
+    }
+  }
+  // 2. The settings.
+  const bool web = OSCOM.OHTM;
   for (std::size_t i = 0; i < SWITCHES.size(); ++i) OSCOM.*SWITCHES[i] = OPTCOM.LOPT[i];
+  if (OSCOM.OHTM && !web) begin_web_output();
+  if (OPTCOM.igiven[READUNIT]) IOCOM.INDATA = I[READUNIT] == 0 ? IOCOM.L5 : I[READUNIT];
   DATCOM.MXCOL = columns;
   INPCOM.LCOLEN = length;
   IOCOM.L7 = I[SETOPT.place("WRITEUNI")];
@@ -109,7 +136,9 @@ void store_settings() {
   if (OPTCOM.igiven[SETOPT.place("RANLEVEL")]) set_ranlevel(I[SETOPT.place("RANLEVEL")]);
   MACOM.XMISS = OPTCOM.XOPT[SETOPT.place("MISSVALU")];
   for (std::size_t k = 0; k < words().size(); ++k) {
-    if (OPTCOM.VOPT[k].var != 0) words()[k] = OPTCOM.VOPT[k].typed;
+    if (OPTCOM.VOPT[k].var == 0) continue;
+    const bool blank = OPTCOM.VOPT[k].typed == "********";  // the word alone: no setting any more
+    words()[k] = blank ? std::string_view{} : OPTCOM.VOPT[k].typed;
   }
 }
 
@@ -199,6 +228,80 @@ std::string& word_setting(std::string_view word) {
   std::size_t k = 0;
   while (k + 1 < words().size() && SETOPT.words[before + k].word != word) ++k;
   return words()[k];
+}
+
+void reset_settings() {
+  for (std::string& word : words()) word.clear();
+  IOCOM.L7 = IoCom{}.L7;
+  IOCOM.INDATA = IOCOM.L5;
+}
+
+namespace {
+
+// A place of the line where the value of CRYPT= begins and ends.
+struct SecretPlace {
+  std::size_t begin = 0, end = 0;
+};
+
+bool word_char(char c) { return NAMCHK(c) >= 0 || c == '_' || c == '$'; }
+
+// The word that begins at `at`, up-cased.
+std::string word_at(std::string_view line, std::size_t at) {
+  std::string word;
+  while (at < line.size() && word_char(line[at])) word += upper(line[at++]);
+  return word;
+}
+
+// Spellings that SET may take for CRYPT: from CR on, and longer words that begin with it.
+bool means_crypt(std::string word) {
+  if (word.starts_with("NO")) word.erase(0, 2);
+  constexpr std::string_view CRYPT = "CRYPT";
+  return word.size() >= 2 && (CRYPT.starts_with(word) || word.starts_with(CRYPT));
+}
+
+// The first pass phrase from `from` on. The line must hold the word SET, or belong to a SET without
+// a word of its own.
+bool find_secret(std::string_view line, std::size_t from, SecretPlace& place) {
+  bool set = !OSCOM.OKOD && INPCOM.LASKOD == K_SET;
+  for (std::size_t at = 0; at < line.size();) {
+    if (!word_char(line[at])) {
+      ++at;
+      continue;
+    }
+    const std::string word = word_at(line, at);
+    at += word.size();
+    set = set || word == "SET" || word == "SE" || word == "S";
+    if (!set || !means_crypt(word)) continue;
+    std::size_t value = line.find_first_not_of(' ', at);
+    if (value == std::string_view::npos || line[value] != '=') continue;
+    value = line.find_first_not_of(" =", value);
+    if (value == std::string_view::npos) return false;
+    std::size_t end = std::string_view::npos;
+    if (line[value] == '"' || line[value] == '\'') end = line.find(line[value], value + 1);
+    end = end == std::string_view::npos ? line.find(' ', value) : end + 1;
+    at = std::min(end, line.size());
+    if (value < from) continue;
+    place = {value, at};
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool holds_pass_phrase(std::string_view line) {
+  SecretPlace place;
+  return find_secret(line, 0, place);
+}
+
+std::string hide_pass_phrase(std::string_view line) {
+  std::string shown(line);
+  SecretPlace place;
+  for (std::size_t from = 0; find_secret(shown, from, place); from = place.end) {
+    std::fill(shown.begin() + static_cast<std::ptrdiff_t>(place.begin),
+              shown.begin() + static_cast<std::ptrdiff_t>(place.end), '*');
+  }
+  return shown;
 }
 
 void SETDIS(Workspace ws) {

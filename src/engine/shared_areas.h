@@ -78,15 +78,20 @@ inline constinit DatCom DATCOM{};
 
 // Unit numbers and file settings. Files are held by the platform layer under these numbers.
 struct IoCom {
-  int L5 = 5;       // main command input
-  int L6 = 6;       // normal output
-  int L66 = 6;      // output chosen at start
-  int LOUT = 0;     // redirect of the output, 0 none (SET OUTUNIT)
-  int L7 = 7;       // write unit (SET WRITEUNI)
-  int L86 = 0;      // mirror of the screen (FILE SCREEN), 0 none
-  int INDATA = 5;   // unit from which READ takes data
-  bool O5 = false;  // input is a named file
-  bool O6 = false;  // output is a named file
+  int L5 = 5;    // main command input
+  int L6 = 6;    // normal output
+  int L66 = 6;   // output chosen at start
+  int LOUT = 0;  // redirect of the output, 0 none (SET OUTUNIT)
+  int L7 = 7;    // write unit (SET WRITEUNI)
+  int L2 = -92;  // scratch units, negative while not open: open_scratch_unit
+  int L3 = -93;
+  int L8 = -98;
+  int L10 = -90;
+  int L86 = 0;         // mirror of the screen (FILE SCREEN), 0 none
+  int INDATA = 5;      // unit from which READ takes data
+  bool O5 = false;     // input is a named file
+  bool O6 = false;     // output is a named file
+  bool OHTML = false;  // the output has the web form: its file is named so, or SET HTML said it
 };
 inline constinit IoCom IOCOM{};
 

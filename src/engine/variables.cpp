@@ -123,8 +123,7 @@ void DIMEN(Workspace ws) {
 }
 
 // COMPRESS: moves the live variables together.
-void SAVEX(Workspace ws) {
-  const Trace trace("SAVEX");
+void compress_variables(Workspace ws) {
   if (OSCOM.OSCAN) return;
   if (!levels().empty()) {
     return fail(" ...ERROR..COMPRESS NOT ALLOWED IN DO-LOOPS OR PROCS");

@@ -114,6 +114,8 @@ class Scratch {
   std::span<double> words() const { return words_; }
   // Takes n more words off the front of what is left of this scratch.
   std::span<double> take(std::size_t n);
+  // What has not been taken.
+  std::span<double> rest() const { return words_.subspan(taken_); }
 
  private:
   std::span<double> words_;
@@ -126,11 +128,14 @@ class Scratch {
 bool fits32(std::int64_t value);
 bool checked_product(std::int64_t a, std::int64_t b, std::int64_t& result);
 
+// COMPRESS: moves the live variables together.
+void compress_variables(Workspace ws);
+
 // Handlers of the commands that manage variables.
 void DELETX(Workspace ws);  // DELETE
 void RENAMX(Workspace ws);  // RENAME
 void DIMEN(Workspace ws);   // DIMENSION
-void SAVEX(Workspace ws);   // COMPRESS (SAVE and RESTORE share the routine)
+void SAVEX(Workspace ws);   // SAVE, RESTORE, COMPRESS
 void DUMPIT(Workspace ws);  // NAMES, DUMP
 
 }  // namespace korvel

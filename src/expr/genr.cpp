@@ -2,6 +2,7 @@
 
 #include "expr/genr.h"
 
+#include "data/containers.h"
 #include "engine/commands.h"
 #include "engine/output.h"
 #include "expr/genr_work.h"
@@ -12,15 +13,16 @@ GenrWork GENRWORK;
 
 std::int64_t formula_words() {
   const std::int64_t quads = last_temporary() - DATCOM.MAXVAR + 8;
-  return 2 * quads + operand_limit() + (DATCOM.MAXVAR + std::int64_t{1}) / 2 + 2;
+  return 2 * quads + operand_one() + (DATCOM.MAXVAR + std::int64_t{1}) / 2 + 2;
 }
 
 Formula carve_formula(std::span<double> words) {
   Formula f;
   const auto quads = static_cast<std::size_t>(last_temporary() - DATCOM.MAXVAR + 8);
-  const auto operands = static_cast<std::size_t>(operand_limit());
+  const auto operands = static_cast<std::size_t>(operand_one());
   f.code = {reinterpret_cast<Quad*>(words.data()), quads};
   f.operands = words.subspan(2 * quads, operands);
+  f.operands.back() = 1.0;
   f.list = {reinterpret_cast<std::int32_t*>(words.data() + 2 * quads + operands),
             static_cast<std::size_t>(DATCOM.MAXVAR)};
   return f;
@@ -36,6 +38,10 @@ bool GENR(Workspace ws, const GenrJob& job, const Formula& formula) {
   GENCOM.ICON = first_constant() - 1;
   OCOM.ONEWV = OCOM.OCALC = false;
   if (OSCOM.ODMMP) say(" GENR");
+  if (OSCOM.ODB && !OSCOM.OSCAN && job.coefficient == nullptr) {  // a databank may have the names
+    load_formula_names(ws, job.text.substr(static_cast<std::size_t>(job.ISTART)));
+    if (OCOM.ODONT) return false;
+  }
   StatementScanner scanner(ws, job, formula);
   int ikod = job.IKOD == K_GEN1 ? int{K_GENR} : job.IKOD == K_IF1 ? int{K_IF} : job.IKOD;
   for (;;) {

@@ -42,6 +42,9 @@ inline int last_temporary() {
 }
 inline int first_constant() { return last_temporary() + 1; }
 inline int operand_limit() { return 2 * DATCOM.MAXVAR; }
+// The slot behind the table, in which every formula has the constant 1: the derivative of the
+// variable of differentiation.
+inline int operand_one() { return operand_limit() + 1; }
 
 // The room of a compiled statement: views into words above the variables. How much of it is in use
 // stands in GENCOM: MGE words of code, LHS entries of the list, ICON.
@@ -60,7 +63,8 @@ struct Formula {
   bool is_variable(int k) const { return k >= 1 && k <= GENCOM.LHS; }
 };
 
-// Words that a formula takes above the variables, and the carving of them. Nothing is cleared.
+// Words that a formula takes above the variables, and the carving of them. Nothing is cleared; the
+// slot operand_one() is set.
 std::int64_t formula_words();
 Formula carve_formula(std::span<double> words);
 
@@ -72,6 +76,9 @@ struct GenrJob {
   std::string_view integration;  // name that INTEGRATE puts at table place MAXVAR, blank none
   // EQ: the operand of an unknown name, 0 when there is no room for another parameter.
   int (*parameter)(void* context, std::string_view name) = nullptr;
+  // TEST, RESTRICT: the operand of NAME, or of NAME:n for n > 0; 0 after a failure that it has
+  // reported. When it is set no other variables may stand in the statement.
+  int (*coefficient)(void* context, std::string_view name, int n) = nullptr;
   void* context = nullptr;
   int listed = 0;  // entries that the caller has put into the list
 };
@@ -79,7 +86,7 @@ struct GenrJob {
 // Compiles. Sets in GENCOM MGE, ICON, KCON, LHS, NLAG, NSUM, NTRS, NR, LHSROW, LHSCOL, in OCOM
 // ONEWV and OCALC. A new target gets the table entry NVARS+1 with address 0; NVARS stays. False
 // after a failure: message, $ERR, ODONT, OSTOP and, but for EQ, TEST and RESTRICT in a run that
-// does not talk, OSCAN.
+// does not talk, OSCAN. A name that `coefficient` has refused ends it without further words.
 bool GENR(Workspace ws, const GenrJob& job, const Formula& formula);
 
 // Sets the temporary $ERR.

@@ -461,6 +461,7 @@ bool StatementScanner::word() {
     }
   }
   const std::string_view name = name_of(text);
+  if (job_.coefficient != nullptr) return coefficient(name, end);
   int number = name_key(name);
   int operand = NO_OPERAND;
   if (number == 0) {
@@ -503,6 +504,27 @@ bool StatementScanner::word() {
   }
   at_ = bracket + 1;
   return push(operand) && push_operator(OP_EQUAL) && push_operator(OP_OPEN);
+}
+
+// TEST and RESTRICT: a name, or NAME:n, is a coefficient of the last estimate.
+bool StatementScanner::coefficient(std::string_view name, int end) {
+  int n = 0;
+  at_ = end;
+  if (const int behind = skip(end); look(behind) == ':') {
+    const int first = skip(behind + 1);
+    const std::string_view digits = word_at(first);
+    const Number number = FSUMS(digits);
+    at_ = first + static_cast<int>(digits.size());
+    if (digits.empty() || number.used != static_cast<int>(digits.size()) || number.value < 1 ||
+        number.value > DATCOM.MXCOL || number.value != number.whole) {
+      return fail_at(GENR_SYNTAX, at_);
+    }
+    n = static_cast<int>(number.value);
+  }
+  const int operand = job_.coefficient(job_.context, name, n);
+  if (operand == NO_OPERAND) return false;
+  if (look(skip(at_)) == '(') return fail_at(GENR_SYNTAX, skip(at_));
+  return push(operand);
 }
 
 // ---- The end

@@ -69,6 +69,7 @@ class StatementScanner {
   bool expression();
   bool one_token();
   bool number();
+  bool coefficient(std::string_view name, int end);
   bool character_constant();
   bool temporary_value();
   bool word();

@@ -129,14 +129,26 @@ class Planner {
   }
   bool uniform_ok(const Ref& ref) const { return !(run_.SKIPMISS && *ref.values == run_.XMISS); }
 
-  void release(const Ref& ref) {
-    if (ref.kind == Kind::buffer) free_ |= 1U << ref.buffer;
+  // Reads of temporary k: one in a compiled statement, any number in a derivative.
+  int reads(int k) const {
+    int n = 0;
+    for (const Quad& q : run_.formula->list_of_quads()) {
+      if (q.code != OP_END) n += int{q.left == k} + int{q.right == k};
+    }
+    return n;
   }
-  bool acquire(std::int16_t& buffer) {
+  // An operand has been read: its buffer is free when nothing will read it again.
+  void release(const Ref& ref) {
+    if (ref.kind != Kind::buffer) return;
+    if (--pending_[static_cast<std::size_t>(ref.buffer)] == 0) free_ |= 1U << ref.buffer;
+  }
+  // A buffer for the temporary `result`.
+  bool acquire(int result, std::int16_t& buffer) {
     for (int i = 0; i < MAXBUFFERS; ++i) {
       if ((free_ >> i & 1U) != 0) {
         free_ &= ~(1U << i);
         buffer = static_cast<std::int16_t>(i);
+        pending_[static_cast<std::size_t>(i)] = reads(result);
         return true;
       }
     }
@@ -149,7 +161,7 @@ class Planner {
   bool emit(BlockStep& step, const Quad& q) {
     release(step.a);
     release(step.b);
-    if (!acquire(step.result)) return false;
+    if (!acquire(q.result, step.result)) return false;
     temporary_ref(q.result) = {.kind = Kind::buffer, .buffer = step.result};
     ++plan_.count;
     return true;
@@ -290,7 +302,7 @@ class Planner {
     if (s.two ? !arguments(step) : !operand(q.right, step.a)) return false;
     plan_.draws = true;
     // The draws fill the result first: it must not be an operand's buffer.
-    if (!acquire(step.result)) return false;
+    if (!acquire(q.result, step.result)) return false;
     release(step.a);
     release(step.b);
     temporary_ref(q.result) = {.kind = Kind::buffer, .buffer = step.result};
@@ -366,6 +378,9 @@ class Planner {
         Ref ref;
         if (!operand(q.right, ref)) return false;
         temporary_ref(q.result) = ref;
+        if (ref.kind == Kind::buffer) {  // the copy's readers take the place of its own read
+          pending_[static_cast<std::size_t>(ref.buffer)] += reads(q.result) - 1;
+        }
         return true;
       }
       case OP_MINUS:
@@ -460,6 +475,7 @@ class Planner {
   std::span<Ref> temporaries_;
   Plan& plan_;
   unsigned free_ = (1U << MAXBUFFERS) - 1;
+  std::array<int, MAXBUFFERS> pending_{};  // reads to come of what a buffer holds
   bool comma_ = false;
   Ref arg1_, arg2_;
 };

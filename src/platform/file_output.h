@@ -1,8 +1,9 @@
 // A file of bytes being written: replaced as a whole, or lengthened.
 //
-// A file that is replaced is written beside the old one and takes its name when everything has been
-// written, so that a failure, a full disk or a kill at any moment leaves the old file or the new
-// one. Source: the write, flush and rename order of POSIX rename(2), which is atomic.
+// A file that is replaced is written in the same folder under no name at all (under a hidden one
+// where the file system can't do that) and takes its name when everything has been written, so that
+// a failure, a full disk or a kill at any moment leaves the old file or the new one, and nothing
+// beside it. Source: the write, flush and rename order of POSIX rename(2), which is atomic.
 #pragma once
 
 #include <cstddef>
@@ -50,8 +51,12 @@ class FileOutput {
 
  private:
   void flush();
+  void put(const char* bytes, std::size_t count);
+  bool open_beside();
+  bool take_name();
   std::string path_;       // as it is to be called, links followed
   std::string temporary_;  // name of the new file beside it, empty while it has none
+  bool unnamed_ = false;   // the new file has no name yet
   std::string buffer_;
   std::size_t filled_ = 0;
   std::uint64_t written_ = 0;

@@ -3,6 +3,8 @@
 //   text_input    text by lines or in bulk: mapped files, pipes, terminals, strings
 //   file_output   a file of bytes, replaced as a whole or lengthened
 //   child         programs started without a shell
+//   private_folder  files of the run that nobody else may see
+//   fetch         files fetched over the network
 //   text_output   a text file or stream being written
 //   memory        large areas that cost nothing until they are touched
 //   parallel      fork and join over a fixed number of sections
@@ -12,9 +14,11 @@
 
 #include "platform/child.h"
 #include "platform/cpu.h"
+#include "platform/fetch.h"
 #include "platform/file_output.h"
 #include "platform/memory.h"
 #include "platform/parallel.h"
+#include "platform/private_folder.h"
 #include "platform/signals.h"
 #include "platform/text_input.h"
 #include "platform/text_output.h"

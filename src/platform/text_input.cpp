@@ -6,9 +6,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
+#include "platform/gzip.h"
 #include "platform/signals.h"
 
 namespace korvel {
@@ -61,8 +64,11 @@ class WholeText : public TextInput {
 
 class MemoryText : public WholeText {
  public:
-  MemoryText(std::string text, std::string name) : own_(std::move(text)) {
+  MemoryText(std::string text, std::string name, int error = 0, std::string cause = {})
+      : own_(std::move(text)) {
     name_ = std::move(name);
+    error_ = error;
+    cause_ = std::move(cause);
     text_ = own_;
     rewind();
   }
@@ -82,6 +88,16 @@ class MappedText : public WholeText {
   MappedText& operator=(const MappedText&) = delete;
   ~MappedText() override {
     if (map_ != nullptr) munmap(map_, size_);
+  }
+  // Whole pages inside the part are dropped; they come back from the file when they are touched.
+  void release(std::string_view part) const override {
+    static const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto from = reinterpret_cast<std::uintptr_t>(part.data());
+    const std::uintptr_t first = (from + page - 1) / page * page;
+    const std::uintptr_t last = (from + part.size()) / page * page;
+    if (last <= first) return;
+    madvise(static_cast<char*>(map_) + (first - reinterpret_cast<std::uintptr_t>(map_)),
+            last - first, MADV_DONTNEED);
   }
 
  private:
@@ -178,18 +194,147 @@ constexpr std::size_t COPIED = std::size_t{1} << 23;
 std::unique_ptr<TextInput> copied_text(int fd, std::size_t n, const std::string& path) {
   std::string text(n, '\0');
   std::size_t done = 0;
+  int error = 0;
   while (done < n) {
     const ssize_t got = read(fd, text.data() + done, n - done);
     if (got < 0 && errno == EINTR) continue;
+    if (got < 0) error = errno;
     if (got <= 0) break;
     done += static_cast<std::size_t>(got);
   }
   close(fd);
   text.resize(done);
-  return std::make_unique<MemoryText>(std::move(text), path);
+  return std::make_unique<MemoryText>(std::move(text), path, error);
+}
+
+// ---- Compressed files
+
+std::string& unpack_folder() {
+  static std::string folder = "/tmp";
+  return folder;
+}
+
+bool write_all(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t n = write(fd, text.data(), text.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    text.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
+// The unpacked text: in memory up to the size of a copied file, beyond that in a file without a
+// name, which is then mapped like any other.
+std::unique_ptr<TextInput> unpacked_text(int fd, const std::string& path) {
+  std::string text;
+  int file = -1, error = 0;
+  std::size_t size = 0;
+  const GzipEnd end = gunzip(fd, [&](std::string_view piece) {
+    if (signal_received() != 0) {
+      error = EINTR;
+      return false;
+    }
+    size += piece.size();
+    text.append(piece);
+    if (text.size() <= COPIED) return true;
+    if (file < 0) file = open(unpack_folder().c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    const bool kept = file >= 0 && write_all(file, text);
+    if (!kept) error = errno;
+    text.clear();
+    return kept;
+  });
+  if (end == GzipEnd::read_error) error = errno;
+  close(fd);
+  if (end == GzipEnd::unavailable) {
+    return std::make_unique<MemoryText>(
+        std::string(), path, ENOSYS,
+        "it is compressed, and this program was built without zlib (package zlib1g-dev); "
+        "unpack it with gunzip");
+  }
+  std::string cause;
+  if (end == GzipEnd::damaged) {
+    error = EIO;
+    cause = "the compressed file is damaged or cut off";
+  }
+  if (end == GzipEnd::refused) {
+    cause = std::generic_category().message(error) + " while it was unpacked in " + unpack_folder();
+  }
+  if (file < 0 || error != 0) {
+    if (file >= 0) close(file);
+    return std::make_unique<MemoryText>(std::move(text), path, error, cause);
+  }
+  const bool kept = write_all(file, text);
+  if (!kept) error = errno;
+  void* p = kept ? mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file, 0) : MAP_FAILED;
+  if (kept && p == MAP_FAILED) error = errno;
+  close(file);
+  if (p == MAP_FAILED) return std::make_unique<MemoryText>(std::string(), path, error);
+  return std::make_unique<MappedText>(p, size, path);
+}
+
+// ---- UTF-16
+
+void append_utf8(std::string& out, std::uint32_t c) {
+  const auto byte = [&](std::uint32_t b) { out.push_back(static_cast<char>(b)); };
+  if (c < 0x80) {
+    byte(c);
+  } else if (c < 0x800) {
+    byte(0xC0 | c >> 6);
+    byte(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    byte(0xE0 | c >> 12);
+    byte(0x80 | (c >> 6 & 0x3F));
+    byte(0x80 | (c & 0x3F));
+  } else {
+    byte(0xF0 | c >> 18);
+    byte(0x80 | (c >> 12 & 0x3F));
+    byte(0x80 | (c >> 6 & 0x3F));
+    byte(0x80 | (c & 0x3F));
+  }
+}
+
+// The text behind a UTF-16 mark as UTF-8. A half of a pair that stands alone becomes U+FFFD.
+std::string utf8_of_utf16(std::string_view bytes) {
+  const std::size_t high = bytes[0] == '\xFE' ? 0 : 1;  // place of the high byte in a pair
+  const auto unit = [&](std::size_t i) {
+    const auto at = [&](std::size_t k) {
+      return std::uint32_t{static_cast<unsigned char>(bytes[k])};
+    };
+    return at(2 * i + high) << 8 | at(2 * i + 1 - high);
+  };
+  constexpr std::uint32_t LOST = 0xFFFD;
+  const std::size_t n = bytes.size() / 2;
+  std::string out;
+  out.reserve(n + n / 8);
+  for (std::size_t i = 1; i < n; ++i) {
+    const std::uint32_t c = unit(i);
+    if (c < 0xD800 || c > 0xDFFF) {
+      append_utf8(out, c);
+    } else if (c < 0xDC00 && i + 1 < n && unit(i + 1) >= 0xDC00 && unit(i + 1) <= 0xDFFF) {
+      append_utf8(out, 0x10000 + ((c - 0xD800) << 10) + (unit(i + 1) - 0xDC00));
+      ++i;
+    } else {
+      append_utf8(out, LOST);
+    }
+  }
+  return out;
+}
+
+std::unique_ptr<TextInput> decoded(std::unique_ptr<TextInput> text) {
+  const std::string_view mark = text->whole() ? text->rest().substr(0, 2) : std::string_view();
+  if (mark != "\xFF\xFE" && mark != "\xFE\xFF") return text;
+  const std::string path = text->name();
+  return std::make_unique<MemoryText>(utf8_of_utf16(text->rest()), path, text->error());
 }
 
 }  // namespace
+
+std::string TextInput::cause() const {
+  return cause_.empty() ? std::generic_category().message(error_) : cause_;
+}
+
+void set_unpack_folder(const std::string& folder) { unpack_folder() = folder; }
 
 std::unique_ptr<TextInput> open_text(const std::string& path) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -202,12 +347,16 @@ std::unique_ptr<TextInput> open_text(const std::string& path) {
   }
   // Files that tell no size (those of /proc) are read as they come.
   if (!S_ISREG(st.st_mode) || st.st_size == 0) return std::make_unique<StreamText>(fd, true, path);
+  char magic[2] = {};
+  if (pread(fd, magic, sizeof(magic), 0) == sizeof(magic) && gzip_magic({magic, sizeof(magic)})) {
+    return decoded(unpacked_text(fd, path));
+  }
   const auto n = static_cast<std::size_t>(st.st_size);
-  if (n <= COPIED) return copied_text(fd, n, path);
+  if (n <= COPIED) return decoded(copied_text(fd, n, path));
   void* p = mmap(nullptr, n, PROT_READ, MAP_PRIVATE, fd, 0);
   if (p == MAP_FAILED) return std::make_unique<StreamText>(fd, true, path);
   close(fd);
-  return std::make_unique<MappedText>(p, n, path);
+  return decoded(std::make_unique<MappedText>(p, n, path));
 }
 
 std::unique_ptr<TextInput> standard_text() {

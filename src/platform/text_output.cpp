@@ -21,6 +21,19 @@ bool TextOutput::open(const std::string& path) {
   return fd_ >= 0;
 }
 
+bool TextOutput::change(const std::string& path, bool append, bool links) {
+  const int flags =
+      O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : O_TRUNC) | (links ? 0 : O_NOFOLLOW);
+  const int fd = ::open(path.c_str(), flags, 0666);
+  if (fd < 0) return false;
+  close();
+  fd_ = fd;
+  own_ = true;
+  name_ = path;
+  error_ = 0;
+  return true;
+}
+
 void TextOutput::attach(int fd) {
   close();
   fd_ = fd;

@@ -14,6 +14,9 @@ class TextOutput {
   ~TextOutput();
   // Opens (truncates) a file; false with errno set.
   bool open(const std::string& path);
+  // Goes over to another file; what was open stays open when that fails. Without `links` a link
+  // under that name is refused.
+  bool change(const std::string& path, bool append, bool links);
   void attach(int fd);  // a descriptor that stays open: standard output
   // Appends a record and a line end. Errors are kept for error().
   void line(std::string_view record);

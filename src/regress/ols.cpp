@@ -2,11 +2,12 @@
 // itself is OLSEST.
 
 #include <algorithm>
+#include <array>
 
 #include "data/data.h"
 #include "engine/commands.h"
 #include "engine/output.h"
-#include "regress/regress.h"
+#include "regress/ols_parts.h"
 
 namespace korvel {
 namespace {
@@ -29,6 +30,9 @@ constexpr auto OLSOPT = option_table(
     variable("COMMFILE", "COMM.GNU"), variable("WEIGHT"), variable("INCOEFFI"),
     variable("PCINFORM"), variable("PCOMPONE"), variable("MOMENTS"), variable("INCOVARI"));
 static_assert(OLSOPT.words.size() == 39 + 7 + 9 + 19);
+
+// Sums over all past values are short at the beginning of the sample: its first rows are dropped.
+constexpr int PILAGS_DROPPED = 8;
 
 template <FixedText WORD>
 bool chosen() {
@@ -74,38 +78,49 @@ void refuse_option(std::string_view option) {
   fail<"(' ...ERROR..OPTION ', A, ' IS NOT AVAILABLE YET')">(option);
 }
 
+// Texts of options, kept apart from the command: reading restrictions overwrites that.
+struct OptionTexts {
+  std::array<std::array<char, 260>, 8> text{};
+  int used = 0;
+};
+constinit OptionTexts OPTIONTEXTS{};
+
+NameOption keep(const NameOption& option) {
+  NameOption kept = option;
+  auto& room = OPTIONTEXTS.text[static_cast<std::size_t>(OPTIONTEXTS.used++)];
+  const std::size_t n = std::min(option.typed.size(), room.size());
+  std::copy_n(option.typed.begin(), n, room.begin());
+  kept.typed = {room.data(), n};
+  kept.text = option.text.empty() ? std::string_view{} : kept.typed;
+  return kept;
+}
+
 // The name of the first option in use that can't be served yet, empty when there is none.
 std::string_view unserved_option() {
-  if (INPCOM.IKOD == K_IMLS) return "IMLS";
-  if (chosen<"RESTRICT">()) return "RESTRICT";
-  if (chosen<"PILAGS">()) return "PILAGS";
-  if (chosen<"DLRX">()) return "DLRX";
-  if (chosen<"RECURSIV">()) return "RECURSIV";
   if (chosen<"PLUSH">()) return "PLUSH";
   if (chosen<"MISS">()) return "MISS";
+  if (OLSCOM.GNUPLOT) {
+    // Pictures, and plots behind earlier ones, are the business of the plot commands.
+    if (OLSCOM.APPEND) return "APPEND";
+    if (!named<"DEVICE">().text.empty() && named<"DEVICE">().text != "NONE") return "DEVICE";
+    if (named<"OUTPUT">().text != "PLOT") return "OUTPUT";
+  }
+  if (OLSCOM.METHOD != Method::HH) return {};
   if (chosen<"EXACTDW">()) return "EXACTDW";
   if (chosen<"DWPVALUE">()) return "DWPVALUE";
-  if (chosen<"REALIMAG">()) return "REALIMAG";
-  if (chosen<"POLAR">()) return "POLAR";
-  if (chosen<"GRAPHICS">()) return "GRAPHICS";
-  if (chosen<"GNUPLOT">()) return "GNUPLOT";
-  if (real_value<"RIDGE">() != 0.0) return "RIDGE";
-  if (!named<"INCOEFFI">().text.empty()) return "INCOEFFI";
-  if (!named<"PCINFORM">().text.empty()) return "PCINFORM";
-  if (!named<"PCOMPONE">().text.empty()) return "PCOMPONE";
-  if (!named<"MOMENTS">().text.empty()) return "MOMENTS";
-  if (!named<"INCOVARI">().text.empty()) return "INCOVARI";
-  const std::string_view method = named<"METHOD">().text;
-  if (method == "HH") return "METHOD=HH";
-  if (method != "GS") return "METHOD=NORMAL";
-  if (SCNCOM.NFPAR > 0) return "STEPWISE";
-  return {};
+  return "METHOD=HH";
+}
+
+bool incompatible() {
+  fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
+  return false;
 }
 
 // Copies the options to OLSCOM and settles what one implies for another. False after an error.
 bool settle_options() {
   OlsCom& o = OLSCOM;
   o = OlsCom{};
+  OPTIONTEXTS.used = 0;
   o.MAX = chosen<"MAX">();
   o.CONSTANT = chosen<"CONSTANT">();
   o.DUMP = chosen<"DUMP">();
@@ -113,7 +128,9 @@ bool settle_options() {
   o.GF = chosen<"GF">() || o.MAX;
   o.DLAG = chosen<"DLAG">();
   o.LIST = chosen<"LIST">() || o.MAX;
-  o.RSTAT = chosen<"RSTAT">() || o.LIST || o.LM || o.GF || o.DLAG;
+  o.GNUPLOT = chosen<"GNUPLOT">() || chosen<"GRAPHICS">();
+  o.APPEND = chosen<"APPEND">();
+  o.RSTAT = chosen<"RSTAT">() || o.LIST || o.LM || o.GF || o.DLAG || o.GNUPLOT;
   o.PCOV = chosen<"PCOV">() || o.MAX;
   o.PCOR = chosen<"PCOR">() || o.MAX;
   o.ANOVA = chosen<"ANOVA">() || o.MAX;
@@ -132,16 +149,31 @@ bool settle_options() {
   o.INFLUENC = chosen<"INFLUENC">();
   o.DFBETAS = chosen<"DFBETAS">();
   o.AUXRSQR = chosen<"AUXRSQR">() && !o.HETCOV;
+  o.RESTRICT = chosen<"RESTRICT">();
+  o.RECURSIV = chosen<"RECURSIV">();
+  o.POLAR = chosen<"POLAR">();
+  o.ORDER = integer_value<"ORDER">();
+  o.GAP = integer_value<"GAP">();
+  o.NMISS = integer_value<"NMISS">();
   o.NPOP = integer_value<"NPOP">();
   o.INSIG2 = real_value<"INSIG2">();
-  o.PREDICT = named<"PREDICT">();
-  o.RESID = named<"RESID">();
-  o.HATDIAG = named<"HATDIAG">();
-  o.TRATIO = named<"TRATIO">();
-  o.STDERR = named<"STDERR">();
-  o.COEFFICE = named<"COEFFICE">();
-  o.COVARIAN = named<"COVARIAN">();
-
+  o.INDW = real_value<"INDW">();
+  o.ALPHA = real_value<"ALPHA">();
+  o.RHO = real_value<"RHO">();
+  o.by_FE = OPTCOM.xgiven[OLSOPT.place("FE")];
+  o.by_FX = OPTCOM.xgiven[OLSOPT.place("FX")];
+  o.FE = real_value<"FE">();
+  o.FX = real_value<"FX">();
+  if (OPTCOM.xgiven[OLSOPT.place("PE")]) o.PE = real_value<"PE">();
+  if (OPTCOM.xgiven[OLSOPT.place("PX")]) o.PX = real_value<"PX">();
+  o.PREDICT = keep(named<"PREDICT">());
+  o.RESID = keep(named<"RESID">());
+  o.HATDIAG = keep(named<"HATDIAG">());
+  o.TRATIO = keep(named<"TRATIO">());
+  o.STDERR = keep(named<"STDERR">());
+  o.COEFFICE = keep(named<"COEFFICE">());
+  o.COVARIAN = keep(named<"COVARIAN">());
+  o.COMMFILE = keep(named<"COMMFILE">());
   int place = 0;
   for (const OptionWord& w : OLSOPT.view()) {
     if (w.kind != OptionKind::Variable) continue;
@@ -150,14 +182,7 @@ bool settle_options() {
       return false;
     }
   }
-  if (const std::string_view word = unserved_option(); !word.empty()) {
-    refuse_option(word);
-    return false;
-  }
-  if (int{o.LOGLOG} + int{o.LOGLIN} + int{o.LINLOG} > 1) {
-    fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
-    return false;
-  }
+  if (int{o.LOGLOG} + int{o.LOGLIN} + int{o.LINLOG} > 1) return incompatible();
   if (o.AUTCOV < 0) {
     fail(" ...ERROR..IN RIGHT HAND SIDE OF OPTION..AUTCOV");
     return false;
@@ -165,65 +190,70 @@ bool settle_options() {
   return true;
 }
 
-// Puts the columns of listed matrices in place of the matrix. False when the list overflows.
-bool CKNF(Workspace ws) {
-  for (int i = 0; i < SCNCOM.NF; ++i) {
-    const ListItem item = SCNCOM.INLIST[static_cast<std::size_t>(i)];
-    if (item.var <= 0 || item.var > DATCOM.MAXVAR) continue;
-    const Place place = INFO(ws, item.var);
-    if (place.ITYPE != MATRIX2 || place.N2 < 2) continue;
-    const int more = place.N2 - 1;
-    if (SCNCOM.NF + more + 2 > static_cast<int>(SCNCOM.INLIST.size())) {
-      fail(" ...ERROR..STATEMENT TOO LONG");
+// What is made of the data before the fit.
+bool settle_build() {
+  OlsCom& o = OLSCOM;
+  const bool complex = INPCOM.IKOD == K_IMLS;
+  if (!complex && (chosen<"REALIMAG">() || chosen<"POLAR">())) return incompatible();
+  if (int{complex} + int{chosen<"DLRX">()} + int{chosen<"PILAGS">()} > 1) return incompatible();
+  if (complex) {
+    // Weights and lags of the errors would need a rule for the two halves of an observation.
+    if (!named<"WEIGHT">().text.empty() || o.AUTCOV != 0) return incompatible();
+    o.build = Build::Imls;
+    o.multiplicity = 2;
+    o.blocks = 2;
+  } else if (chosen<"DLRX">()) {
+    o.build = Build::Dlrx;
+    o.blocks = 2;
+  } else if (chosen<"PILAGS">()) {
+    if (o.RESTRICT) {
+      fail(" ...ERROR..RESTRICTIONS NOT ALLOWED WITH PILAGS");
       return false;
     }
-    const auto at = SCNCOM.INLIST.begin() + i;
-    std::move_backward(at + 1, SCNCOM.INLIST.begin() + SCNCOM.NF,
-                       SCNCOM.INLIST.begin() + SCNCOM.NF + more);
-    for (int j = 1; j <= place.N2; ++j) {
-      at[j - 1] = item;
-      at[j - 1].var = item.var * DATCOM.MXCOL + j;
-    }
-    SCNCOM.NF += more;
-    i += more;
+    o.build = Build::Pilags;
+    o.PCOV = o.PCOR = false;
   }
   return true;
 }
 
-// Turns the list round: regressors, constant, dependent variable, weight. Returns the largest lag,
-// -1 after an error.
-int collect_variables(Workspace ws) {
-  if (!CKNF(ws)) return -1;
-  const std::span<ListItem> list = SCNCOM.INLIST;
-  int NF = SCNCOM.NF;
-  const ListItem dependent = list[0];
-  int largest = dependent.lag;
-  for (int i = 1; i < NF; ++i) {
-    const ListItem& item = list[static_cast<std::size_t>(i)];
-    if (item.order > 0) {
-      refuse_option("LAG ORDER");
-      return -1;
+// The method, when the list is known: the last of these that applies counts.
+bool settle_method() {
+  OlsCom& o = OLSCOM;
+  const std::string_view typed = named<"METHOD">().text;
+  if (typed != "GS" && typed != "NORMAL" && typed != "HH") {
+    fail(" ...ERROR..IN RIGHT HAND SIDE OF OPTION..METHOD");
+    return false;
+  }
+  bool exact_dw = chosen<"DWPVALUE">() || chosen<"EXACTDW">();
+  const double ridge = real_value<"RIDGE">();
+  if ((typed == "HH" || exact_dw) && ridge != 0.0) return incompatible();
+  o.METHOD = typed == "HH" ? Method::HH : (typed == "NORMAL" ? Method::NORMAL : Method::GS);
+  if (o.RECURSIV || o.INCOEFFI != 0 || o.MOMENTS != 0) o.METHOD = Method::NORMAL;
+  if (o.stepwise) {
+    o.METHOD = Method::NORMAL;
+    exact_dw = false;
+    if (o.RESTRICT || o.lag_terms || ridge != 0.0) {
+      fail(" ...ERROR..RESTRICT AND RIDGE OPTIONS NOT ALLOWED");
+      temporary(temporary_place("ERR")) = 6015;
+      return false;
     }
-    largest = std::max(largest, item.lag);
-    if (item.var == dependent.var) {
-      fail<"(' ...ERROR..VARIABLE ', A, ' IS ON BOTH SIDES OF EQUATION')">(NAME(ws, item.var));
-      return -1;
-    }
-    list[static_cast<std::size_t>(i - 1)] = item;
+    if (o.blocks > 1 || o.INCOEFFI != 0) return incompatible();
   }
-  --NF;
-  if (OLSCOM.CONSTANT) {
-    list[static_cast<std::size_t>(NF)] = ListItem{.var = DATCOM.MCON, .name = {}};
-    ++NF;
+  o.DWPVALUE = exact_dw;
+  if (exact_dw) o.METHOD = Method::HH;
+  if (ridge != 0.0) {
+    FCOM.RIDG = ridge;
+    o.METHOD = Method::NORMAL;
   }
-  OCOM.OFORCE = !OLSCOM.CONSTANT;
-  list[static_cast<std::size_t>(NF++)] = dependent;
-  if (NF < 2) {
-    fail(" ...ERROR..INSUFFICIENT NUMBER OF VARIABLES SPECIFIED");
-    return -1;
+  OCOM.OMEAN = o.METHOD == Method::NORMAL && o.CONSTANT;
+  const bool special = o.RESTRICT || o.HETCOV || o.lag_terms || o.blocks > 1;
+  if (o.METHOD == Method::HH && special) return incompatible();
+  if (o.MOMENTS != 0 && (o.stepwise || o.blocks > 1)) return incompatible();
+  if (const std::string_view word = unserved_option(); !word.empty()) {
+    refuse_option(word);
+    return false;
   }
-  OLSCOM.NF = NF;
-  return std::max(largest, 0);
+  return true;
 }
 
 // Looks up a variable that an option names; 0 when the option was not given, -1 after an error.
@@ -232,6 +262,37 @@ int named_variable(const NameOption& option) {
   if (option.var > 0) return option.var;
   fail<"(' ...ERROR..VARIABLE ', A, ' IS NOT VALID')">(option.text);
   return -1;
+}
+
+// Variables that options name. False after an error.
+bool find_variables() {
+  struct Wanted {
+    const NameOption& option;
+    int& var;
+    bool coded;  // an error sets $ERR
+  };
+  OlsCom& o = OLSCOM;
+  const Wanted wanted[] = {
+      {named<"WEIGHT">(), o.KWT, false},        {named<"IDVAR">(), o.KID, false},
+      {named<"PCINFORM">(), o.PCINFORM, false}, {named<"PCOMPONE">(), o.PCOMPONE, false},
+      {named<"INCOEFFI">(), o.INCOEFFI, true},  {named<"MOMENTS">(), o.MOMENTS, true},
+      {named<"INCOVARI">(), o.INCOVARI, true}};
+  for (const Wanted& w : wanted) {
+    w.var = named_variable(w.option);
+    if (w.var >= 0) continue;
+    if (w.coded) temporary(temporary_place("ERR")) = 6016;
+    return false;
+  }
+  o.weighted = o.KWT > 0;
+  return true;
+}
+
+constexpr ResultProfile IMLS_PROFILE{.word = "IMLS"};
+constexpr ResultProfile RIDGE_PROFILE{.word = "OLS", .heading = "PSEUDO"};
+
+const ResultProfile& profile() {
+  if (OLSCOM.build == Build::Imls) return IMLS_PROFILE;
+  return FCOM.RIDG != 0.0 ? RIDGE_PROFILE : OLS_PROFILE;
 }
 
 }  // namespace
@@ -259,19 +320,19 @@ void OLS(Workspace ws) {
     return say<"(' COMMAND STRUCTURE:', A6, 'depvar indeps / options')">(
         INPCOM.IKOD == K_IMLS ? "IMLS" : "OLS");
   }
-  if (!settle_options()) return;
-  // 2. The model: regressors, constant, dependent variable, weight.
+  if (!settle_options() || !settle_build()) return;
+  if (!find_variables()) return;
+  // 2. The model: regressors, constant, dependent variable, weight; the method.
   const int largest = collect_variables(ws);
-  if (largest < 0) return;
-  const int weight = named_variable(named<"WEIGHT">());
-  if (weight < 0) return;
-  OLSCOM.KWT = weight;
-  OLSCOM.weighted = weight > 0;
-  SCNCOM.INLIST[static_cast<std::size_t>(OLSCOM.NF)] = ListItem{.var = weight, .name = {}};
-  OLSCOM.KID = named_variable(named<"IDVAR">());
-  if (OLSCOM.KID < 0) return;
+  if (largest < 0 || !settle_method() || !check_component_weights(ws)) return;
+  if (OLSCOM.weighted) add_weight(OLSCOM.KWT);
   // 3. The working range; under SET DELETE lags shorten it at its beginning.
   DATCOM.MBEG = integer_value<"BEG">() + (OSCOM.ODELL ? largest : 0);
+  if (OLSCOM.build == Build::Pilags) {
+    if (OCOM.OPUT) say(" POLYNOMIAL INVERSE LAG");
+    OLSCOM.NDROP = PILAGS_DROPPED;
+    DATCOM.MBEG += PILAGS_DROPPED;
+  }
   DATCOM.MEND = integer_value<"END">();
   if (DATCOM.MEND == -999) DATCOM.MEND = DATCOM.IEND;
   if (OSCOM.OSCAN) return;
@@ -279,7 +340,7 @@ void OLS(Workspace ws) {
     return fail<"(' ...ERROR..SAMPLE RANGE BEGINS AT OBSERVATION', I7)">(DATCOM.MBEG);
   }
   // 4. The sample: length, missing data, skipped rows.
-  CKSMPL(ws, SCNCOM.INLIST.first(static_cast<std::size_t>(OLSCOM.NF + (weight > 0 ? 1 : 0))));
+  CKSMPL(ws, model_list());
   if (OCOM.ODONT) return;
   DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
   if (skipping()) {
@@ -292,7 +353,7 @@ void OLS(Workspace ws) {
     return fail<"(' ...ERROR..', I6, ' OBSERVATIONS IS NOT ENOUGH FOR ESTIMATION')">(DATCOM.NOB);
   }
   // 5. The fit, its tables and its stored results.
-  OLSEST(ws, OLS_PROFILE);
+  OLSEST(ws, profile());
 }
 
 }  // namespace korvel

@@ -8,15 +8,86 @@
 
 namespace korvel {
 
+// olslist.cpp: turns the listed variables into the model list. Returns the largest lag, -1 after an
+// error. The weight comes last.
+int collect_variables(Workspace ws);
+void add_weight(int var);
+
+// Columns and work space of one fit; all spans lie in one scratch area.
+struct FitRoom {
+  std::span<double> coef, means, squares;       // K, NF, NF
+  std::span<double> scale;                      // NF: scales of data beyond the range of squares
+  std::span<double> factor, cov, cross, spare;  // packed NF, K, NF, NF
+  std::span<double> work;                       // of the kernels
+  std::span<double> copies, built;              // columns without skipped rows; made columns
+  std::span<double> weight, root, residual, observed, hat;  // by rows
+  std::span<double> powers;                                 // of Build::Pilags
+  std::span<double> row;                                    // 2 NF
+  std::span<const double*> column;                          // every loaded column
+};
+
+// The data as the fits read them.
+struct FitData {
+  ColumnList raw;         // regressors, constant, dependent variable
+  ColumnList x;           // the same times the roots of the weights
+  std::int64_t rows = 0;  // rows in use
+  // Rows in place, read by the sweep of METHOD=NORMAL alone.
+  bool in_place = false;
+  const double* weight = nullptr;  // in place
+  std::span<const double> skip{};  // marks of the rows of MBEG..MEND
+};
+
+// olsbuild.cpp: makes the columns of Build::Imls, Dlrx and Pilags from n observations of the
+// loaded ones; `column` then points to them. weight: one word an observation from MBEG-NDROP on.
+void build_rows(Workspace ws, std::span<const ListItem> list, std::int64_t n,
+                std::span<double> weight, std::span<double> to, std::span<const double*> column);
+// Means of the real parts, sums of squares about the complex mean. Returns the raw sum of the last
+// column.
+double complex_moments(const ColumnList& x, std::span<double> means, std::span<double> squares);
+
 // olsweigh.cpp: moments under the weights, FCOM.SWT, ZZ and XMAXL, and the root of every weight.
 // The weights are scaled in `weight` (a copy). means and squares get all columns of x.
 void WEIGHTS(Workspace ws, const ColumnList& x, std::span<double> weight, std::span<double> root,
              std::span<double> means, std::span<double> squares);
+// The same for weights in place, without moments. Returns what they are to be divided by.
+double weights_in_place(Workspace ws, const double* weight);
+
+// olsfit.cpp: the method branch. Sets coef, cov, means, squares and FCOM.SSE; a stepwise choice
+// shortens list and columns (OLSCOM.NF). False after a failure that has been reported.
+bool refuse_values(Workspace ws, int var);  // false: the variable holds NaN or infinite values
+std::int64_t fit_words(int NF, std::int64_t rows);
+bool fit_model(Workspace ws, FitData& data, FitRoom& room);
+// INCOVARI=: the user's covariance matrix in place of the fit's, as it stands.
+bool take_covariance(Workspace ws, std::span<double> cov, int K);
+
+// stepwise.cpp: chooses regressors on the moment matrix (packed NF, destroyed). `chosen` gets the
+// places (from 0) of the columns of the model that is left, the dependent variable last; start is
+// work space; both NF words. Returns their number, 0 after a failure that has been reported.
+int STEPWISE(Workspace ws, std::span<double> moments, std::span<double> start,
+             std::span<double> chosen);
+
+// recursive.cpp: prints the coefficients of the first K+1, K+2, ... rows. False after a failure
+// that has been reported.
+bool print_recursive(Workspace ws, const FitData& data, FitRoom& room);
+
+// olslags.cpp
+void test_restrictions(double SSE_free, int K);
+void print_lag_tests(Workspace ws, const Estimate& est);
+
+// olspc.cpp: coefficients of the variables behind principal components.
+// Their number is 0 without PCINFORM=.
+struct ComponentVariable {
+  double b = 0.0, se = 0.0;
+};
+int component_variables(Workspace ws);
+ComponentVariable component_variable(Workspace ws, const Estimate& est, int row);
+bool check_component_weights(Workspace ws);  // after a failure that has been reported: false
+void print_component_variables(Workspace ws, const Estimate& est);
 
 // yhats.cpp: C := C S C with S from the residuals e = y - Xb (White 1980; Newey and West 1987).
-// moment has room for two packed matrices, row for 2K reals.
+std::int64_t YHATS_words(int K, std::int64_t rows, int lags);
 void YHATS(const ColumnList& x, std::span<const double> e, int lags, std::span<double> cov,
-           std::span<double> moment, std::span<double> row);
+           std::span<double> work);
 
 // olsinflu.cpp: the listing of influence statistics; hat gets the diagonal of the hat matrix.
 void INFLUE(Workspace ws, const Estimate& est, const ColumnList& x, std::span<const double> factor,
@@ -24,7 +95,8 @@ void INFLUE(Workspace ws, const Estimate& est, const ColumnList& x, std::span<co
 
 // olsout_anova.cpp
 void print_model_selection(int K, double SSE, double sigma2);
-void print_anova(const Estimate& est, double SSE, double sigma2, double raw_sum);
+// K: coefficients that count, less the restrictions.
+void print_anova(const Estimate& est, int K, double SSE, double sigma2, double raw_sum);
 
 // olsout_table.cpp
 void print_coefficients(Workspace ws, const Estimate& est, double d0);
@@ -50,6 +122,9 @@ void print_listing(Workspace ws, const Estimate& est);
 // olsres_normal.cpp
 void test_normality(const Estimate& est, const ResidualSums& sums);
 void test_hall_pagan(const Estimate& est, const ResidualSums& sums);
+
+// olsres_plot.cpp: the data file and the command file of the residual plots.
+void write_residual_plots(Workspace ws, const Estimate& est);
 
 // olsstore.cpp: the variables of RESID=, PREDICT=, HATDIAG=, TRATIO=, STDERR=, COEF= and COVARIAN=.
 void store_results(Workspace ws, const Estimate& est, std::span<const double> hat);

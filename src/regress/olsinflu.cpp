@@ -1,6 +1,7 @@
 // Influence of single observations on the fit: RSTUDENT, hat diagonal, COVRATIO, DFFITS, DFBETAS
 // (Belsley, Kuh and Welsch 1980) and the prediction-error sums.
 
+#include <algorithm>
 #include <cmath>
 
 #include "engine/output.h"
@@ -11,6 +12,7 @@ namespace korvel {
 namespace {
 
 constexpr int DFBETAS_A_LINE = 7;
+constexpr double FITTED = 1e-12;  // 1-h of a row with a coefficient of its own
 
 void print_names(Workspace ws, const Estimate& est) {
   Line head;
@@ -68,7 +70,7 @@ void INFLUE(Workspace ws, const Estimate& est, const ColumnList& x, std::span<co
   const bool print = OCOM.OPUT && (OLSCOM.INFLUENC || OLSCOM.DFBETAS);
   const double DF = FCOM.DF;
   const double v = DF - 1.0;
-  const double s2 = FCOM.SSE / DF;
+  const double s2 = DF > 0.0 ? FCOM.SSE / DF : 0.0;
   // (X'X)^-1 is the printed covariance without its scale.
   const double scale = OLSCOM.MULSIGSQ ? temporary(temporary_place("SIG2")) : 1.0;
   const std::span<double> z = row.first(order);
@@ -87,21 +89,26 @@ void INFLUE(Workspace ws, const Estimate& est, const ColumnList& x, std::span<co
     hat[t] = h;
     if (!print) continue;
     const double e = est.residual[t];
-    const double rest = 1.0 - h;
-    double s = s2 * DF / v - e * e / (rest * v);
+    // A row that the fit must pass through has no residual of its own: what is left of 1-h is
+    // rounding, and everything divided by it is given as 0.
+    const double rest = 1.0 - h > FITTED ? 1.0 - h : 0.0;
+    double s = rest > 0.0 && v != 0.0 ? s2 * DF / v - e * e / (rest * v) : 0.0;
     if (s >= 0.0) s = std::sqrt(s);
-    const double RSTUDENT = rest > 0.0 ? e / (s * std::sqrt(rest)) : e;
-    const double DFFITS = h >= 0.0 && rest > 0.0 ? std::sqrt(h / rest) * RSTUDENT : 0.0;
-    const double DFFIT = h * e / rest;
-    const double COVRAT = 1.0 / (rest * std::pow(RSTUDENT * RSTUDENT / DF + (DF - 1.0) / DF, K));
-    SSPE += e * e / (rest * rest);
-    schmidt += e * e / rest;
+    const double share = rest > 0.0 ? 1.0 / rest : 0.0;
+    const double deviation = s * std::sqrt(rest);
+    const double RSTUDENT = deviation > 0.0 ? e / deviation : e;
+    const double DFFITS = std::sqrt(std::max(h, 0.0) * share) * RSTUDENT;
+    const double DFFIT = h * e * share;
+    const double spread = DF > 0.0 ? RSTUDENT * RSTUDENT / DF + (DF - 1.0) / DF : 0.0;
+    const double COVRAT = spread > 0.0 ? share / std::pow(spread, K) : 0.0;
+    SSPE += e * e * share * share;
+    schmidt += e * e * share;
     stone += rest * rest;
     say<"(I5, G13.5, 4F9.4, G13.5)">(rows.obs, e, RSTUDENT, h, COVRAT, DFFITS, DFFIT);
     if (OLSCOM.DFBETAS) {
       for (int j = 1; j <= K; ++j) {
         const double sd = std::sqrt(est.cov[packed(j, j)] / scale);
-        z[static_cast<std::size_t>(j - 1)] *= e / rest / (s * sd);
+        z[static_cast<std::size_t>(j - 1)] *= s * sd != 0.0 ? e * share / (s * sd) : 0.0;
       }
       print_dfbetas(rows.obs, z);
     }
@@ -113,7 +120,7 @@ void INFLUE(Workspace ws, const Estimate& est, const ColumnList& x, std::span<co
   second.put<"(' SCHMIDT(1974) SUM OF SQUARES OF STANDARDIZED PREDICTION ERRORS=', G13.5)">(
       schmidt);
   Line third;
-  third.put<"(' STONE(1974) CROSS-VALIDATION=', G13.5)">(FCOM.SSE / stone);
+  third.put<"(' STONE(1974) CROSS-VALIDATION=', G13.5)">(stone > 0.0 ? FCOM.SSE / stone : 0.0);
   OUTLINE();
 }
 

@@ -53,17 +53,22 @@ void copy_kept(const double* base, std::span<const double> skip, double* to) {
 
 }  // namespace
 
-KeptRows::KeptRows(Workspace ws) : obs(DATCOM.MBEG - 1) {
+KeptRows::KeptRows(Workspace ws, int blocks) : obs(DATCOM.MBEG - 1), blocks_(blocks) {
   if (OLSCOM.skips) skip_ = skip_vector(ws);
 }
 
 bool KeptRows::next() {
   const auto marks = static_cast<int>(skip_.size());
-  do {
-    ++obs;
-  } while (obs <= marks && obs <= DATCOM.MEND && skip_[static_cast<std::size_t>(obs - 1)] > 0.0);
   ++row;
-  return obs <= DATCOM.MEND;
+  for (;;) {
+    do {
+      ++obs;
+    } while (obs <= marks && obs <= DATCOM.MEND && skip_[static_cast<std::size_t>(obs - 1)] > 0.0);
+    if (obs <= DATCOM.MEND) return true;
+    if (block + 1 >= blocks_) return false;
+    ++block;
+    obs = DATCOM.MBEG - 1;
+  }
 }
 
 std::span<const double> LOADTT(Workspace ws, const ListItem& item, std::span<double> to) {
@@ -78,10 +83,7 @@ int LOADX_copies(std::span<const ListItem> list) {
       std::ranges::count_if(list, [](const ListItem& i) { return i.var != DATCOM.MCON; }));
 }
 
-bool LOADX(Workspace ws, std::span<const ListItem> list, std::span<double> copies,
-           std::span<const double*> column) {
-  const Trace trace("LOADX");
-  // 1. Where the columns lie.
+bool LOADX_in_place(Workspace ws, std::span<const ListItem> list, std::span<const double*> column) {
   for (std::size_t k = 0; k < list.size(); ++k) {
     if (list[k].var == DATCOM.MCON) {
       column[k] = nullptr;
@@ -92,8 +94,15 @@ bool LOADX(Workspace ws, std::span<const ListItem> list, std::span<double> copie
     warn_missing_lags(base, list[k]);
     column[k] = base + (DATCOM.MBEG - 1);
   }
+  return true;
+}
+
+bool LOADX(Workspace ws, std::span<const ListItem> list, std::span<double> copies,
+           std::span<const double*> column) {
+  const Trace trace("LOADX");
+  if (!LOADX_in_place(ws, list, column)) return false;
   if (!OLSCOM.skips) return true;
-  // 2. Copies without the skipped rows; each column is a section of its own.
+  // Copies without the skipped rows; each column is a section of its own.
   const std::span<const double> skip = skip_vector(ws);
   const auto rows = static_cast<std::size_t>(DATCOM.NOB);
   const auto copy_column = [&](int k) {

@@ -65,7 +65,7 @@ void print_likelihood(double LLF, bool log_dependent) {
 void OLSOUT(Workspace ws, Estimate& est) {
   const Trace trace("OLSOUT");
   const ResultProfile& profile = *est.profile;
-  const int K = est.K();
+  const int K = est.K() / est.multiplicity;
   const double ZZ = FCOM.ZZ;
   const double ybar = est.means.back();
   const bool anova = OLSCOM.ANOVA && profile.anova;
@@ -123,7 +123,7 @@ void OLSOUT(Workspace ws, Estimate& est) {
   // 6. Model selection, analysis of variance.
   if (anova) {
     print_model_selection(K - FCOM.NQ, FCOM.SSE, sigma2);
-    print_anova(est, FCOM.SSE, sigma2, raw_sum);
+    print_anova(est, K - FCOM.NQ, FCOM.SSE, sigma2, raw_sum);
   }
   // 7. The covariance matrix takes its scale; from here on it is the one printed and stored.
   if (OLSCOM.MULSIGSQ) {
@@ -132,9 +132,11 @@ void OLSOUT(Workspace ws, Estimate& est) {
   OLSCOM.DLAGV = est.cov[0];
   // 8. The coefficients and their matrices.
   if (OCOM.OPUT) {
+    if (OLSCOM.lag_terms) print_lag_tests(ws, est);
     print_coefficients(ws, est, d0);
     if (OLSCOM.PCOV) print_covariance(ws, est);
     if (OLSCOM.PCOR) print_correlation(ws, est);
+    if (OLSCOM.PCINFORM != 0) print_component_variables(ws, est);
   }
   // 9. The residuals.
   if (OLSCOM.RSTAT && profile.residual_statistics) OLSRES(ws, est);

@@ -84,9 +84,9 @@ void print_model_selection(int K, double SSE, double sigma2) {
   OUTLINE();
 }
 
-void print_anova(const Estimate& est, double SSE, double sigma2, double raw_sum) {
+void print_anova(const Estimate& est, int coefficients, double SSE, double sigma2, double raw_sum) {
   const ResultProfile& profile = *est.profile;
-  const double K = est.K() - FCOM.NQ;
+  const double K = coefficients;
   const double N = FCOM.ZZ;
   const bool with_f = profile.f_test && sigma2 > 0.0;
   // 1. From the mean.

@@ -17,6 +17,7 @@ constexpr double CERTAIN_T2 = 10000;  // above this t*t the p-value is printed a
 // What a row shows of one coefficient.
 struct CoefficientRow {
   double b, se, t, p, partial, standardized, elasticity;
+  bool scale_free;  // the last two mean something
 };
 
 double elasticity(const Estimate& est, int i) {
@@ -28,7 +29,7 @@ double elasticity(const Estimate& est, int i) {
   if (o.LOGLOG || o.LOGLIN || o.LOGINVER) ybar = 1.0;
   if ((o.LININVER || o.LOGINVER) && !constant) xbar = -1.0 / xbar;
   if (o.LOGLOG || o.LINLOG) xbar = 1.0;
-  return est.coef[k] * xbar / ybar;
+  return ybar != 0.0 ? est.coef[k] * xbar / ybar : 0.0;
 }
 
 double p_value(double t) {
@@ -46,10 +47,15 @@ CoefficientRow make_row(const Estimate& est, int i, double d0) {
   r.p = p_value(r.t);
   const double sign = r.t > 0.0 ? 1.0 : (r.t < 0.0 ? -1.0 : 0.0);
   r.partial = d0 > 0.0 && std::fabs(r.t) < INFINITE_T ? r.t / std::sqrt(r.t * r.t + d0) : sign;
-  // The sum turns the -0 of a constant with a negative coefficient into 0.
-  r.standardized =
-      r.b * std::sqrt(std::fabs(est.squares[k])) / std::sqrt(std::fabs(est.squares.back())) + 0.0;
+  // The sum turns the -0 of a constant with a negative coefficient into 0. A dependent variable
+  // that does not vary has no standard.
+  const double spread = std::sqrt(std::fabs(est.squares.back()));
+  if (spread > 0.0) {
+    r.standardized = r.b * std::sqrt(std::fabs(est.squares[k])) / spread + 0.0;
+  }
   r.elasticity = elasticity(est, i);
+  // A lag on a polynomial shares its variable with others; a part of a complex number has no mean.
+  r.scale_free = est.list[k].order == 0 && est.multiplicity == 1;
   return r;
 }
 
@@ -92,7 +98,7 @@ void print_narrow(std::string_view name, const CoefficientRow& r) {
     row.put<"('  ----')">();
   else
     row.put<"(F6.3)">(r.partial);
-  row.put<"(2F11.4)">(r.standardized, r.elasticity);
+  if (r.scale_free) row.put<"(2F11.4)">(r.standardized, r.elasticity);
   OUTLINE();
 }
 
@@ -103,7 +109,7 @@ void print_wide(std::string_view name, const CoefficientRow& r) {
     row.put<"('  ---- ')">();
   else
     row.put<"(F7.4)">(r.partial);
-  row.put<"(2G13.5)">(r.standardized, r.elasticity);
+  if (r.scale_free) row.put<"(2G13.5)">(r.standardized, r.elasticity);
   OUTLINE();
 }
 

@@ -12,10 +12,12 @@ namespace {
 constexpr double CELLS_A_SIGMA = 10.0;  // histogram cells are a tenth of sigma wide
 constexpr int CELLS = 60;
 
-ResidualSums sum_residuals(std::span<const double> e) {
+// Changes are taken within a block: its first row has none before it.
+ResidualSums sum_residuals(std::span<const double> e, int blocks) {
   ResidualSums s;
   s.n = FCOM.ZZ;
   const double sigma = FCOM.SEPLOT > 0.0 ? FCOM.SEPLOT : 1.0;
+  const std::size_t length = std::max<std::size_t>(1, e.size() / static_cast<std::size_t>(blocks));
   for (std::size_t t = 0; t < e.size(); ++t) {
     const double v = e[t];
     const double v2 = v * v;
@@ -30,7 +32,7 @@ ResidualSums sum_residuals(std::span<const double> e) {
       ++s.negative;
     else
       ++s.zero;
-    if (t > 0) {
+    if (t % length != 0) {
       const double before = e[t - 1];
       const double change = v - before;
       s.cross += v * before;
@@ -95,11 +97,13 @@ void durbin_h(const ResidualSums& s, double RHO) {
 
 void OLSRES(Workspace ws, const Estimate& est) {
   const Trace trace("OLSRES");
-  // 1. The listing.
+  // 1. The plots, the listing.
+  if (OLSCOM.GNUPLOT) write_residual_plots(ws, est);
+  if (OCOM.ODONT) return;
   if (OLSCOM.LIST && OCOM.OPUT) print_listing(ws, est);
   if (est.residual.empty()) return;
   // 2. Sums, and what follows from them.
-  const ResidualSums s = sum_residuals(est.residual);
+  const ResidualSums s = sum_residuals(est.residual, est.blocks);
   const double DW = s.e2 > 0.0 ? s.change2 / s.e2 : 0.0;
   const double RHO = s.e2 - s.last2 > 0.0 ? s.cross / (s.e2 - s.last2) : 0.0;
   const double ratio = s.n > 1.0 ? s.n / (s.n - 1.0) * DW : 0.0;

@@ -63,7 +63,7 @@ void put_identifier(Line& row, double value) {
 void print_listing(Workspace ws, const Estimate& est) {
   print_heading(est.profile->residual);
   const std::span<double> ids = OLSCOM.KID > 0 ? elements(ws, OLSCOM.KID) : std::span<double>{};
-  KeptRows rows(ws);
+  KeptRows rows(ws, est.blocks);
   while (rows.next()) {
     if (stop_requested()) return;
     const auto t = static_cast<std::size_t>(rows.row);

@@ -25,18 +25,20 @@ int make_result(Workspace ws, const NameOption& option, VarType type, std::int64
   return NEWVAR(ws, name, {.ITYPE = type, .LEN = length, .N2 = N2, .column = column});
 }
 
-// A series that holds value(row) at the kept rows and the missing code elsewhere.
+// A series that holds value(row) at the kept rows and the missing code elsewhere. The second block
+// of a fit with two rows an observation follows behind element MEND.
 template <class F>
-bool store_series(Workspace ws, const NameOption& option, F&& value) {
+bool store_series(Workspace ws, const NameOption& option, int blocks, F&& value) {
   if (option.text.empty()) return true;
-  const int var = make_result(ws, option, SERIES, DATCOM.MEND, 1);
+  const std::int64_t length = std::int64_t{DATCOM.MEND} * blocks;
+  const int var = make_result(ws, option, SERIES, length, 1);
   if (var == 0) return false;
   const std::span<double> to = elements(ws, var);
-  std::fill(to.begin(), to.begin() + std::min<std::ptrdiff_t>(DATCOM.MEND, std::ssize(to)),
-            MACOM.XMISS);
-  KeptRows rows(ws);
+  std::fill(to.begin(), to.begin() + std::min<std::ptrdiff_t>(length, std::ssize(to)), MACOM.XMISS);
+  KeptRows rows(ws, blocks);
   while (rows.next()) {
-    to[static_cast<std::size_t>(rows.obs - 1)] = value(static_cast<std::size_t>(rows.row));
+    const std::int64_t place = std::int64_t{DATCOM.MEND} * rows.block + rows.obs - 1;
+    to[static_cast<std::size_t>(place)] = value(static_cast<std::size_t>(rows.row));
   }
   return true;
 }
@@ -57,18 +59,27 @@ int store_vector(Workspace ws, const NameOption& option, int K, F&& value) {
 void store_results(Workspace ws, const Estimate& est, std::span<const double> hat) {
   const OlsCom& o = OLSCOM;
   const int K = est.K();
-  if (!store_series(ws, o.RESID, [&](std::size_t t) { return est.residual[t]; })) return;
-  if (!store_series(ws, o.PREDICT,
+  if (!store_series(ws, o.RESID, est.blocks, [&](std::size_t t) { return est.residual[t]; }))
+    return;
+  if (!store_series(ws, o.PREDICT, est.blocks,
                     [&](std::size_t t) { return est.observed[t] - est.residual[t]; })) {
     return;
   }
-  if (!hat.empty() && !store_series(ws, o.HATDIAG, [&](std::size_t t) { return hat[t]; })) return;
-  store_vector(ws, o.TRATIO, K, [&](int i) {
-    return t_ratio(est.coef[static_cast<std::size_t>(i)], standard_error(est, i));
+  if (!hat.empty() &&
+      !store_series(ws, o.HATDIAG, est.blocks, [&](std::size_t t) { return hat[t]; }))
+    return;
+  // Behind the coefficients of components stand those of the variables that they are made of.
+  const int all = K + component_variables(ws);
+  const auto coefficient = [&](int i) {
+    if (i >= K) return component_variable(ws, est, i - K);
+    return ComponentVariable{est.coef[static_cast<std::size_t>(i)], standard_error(est, i)};
+  };
+  store_vector(ws, o.TRATIO, all, [&](int i) {
+    const ComponentVariable c = coefficient(i);
+    return t_ratio(c.b, c.se);
   });
-  store_vector(ws, o.STDERR, K, [&](int i) { return standard_error(est, i); });
-  ADDCOM.KCOEF =
-      store_vector(ws, o.COEFFICE, K, [&](int i) { return est.coef[static_cast<std::size_t>(i)]; });
+  store_vector(ws, o.STDERR, all, [&](int i) { return coefficient(i).se; });
+  ADDCOM.KCOEF = store_vector(ws, o.COEFFICE, all, [&](int i) { return coefficient(i).b; });
   ADDCOM.KCOV = 0;
   if (o.COVARIAN.text.empty() || OCOM.ODONT) return;
   const auto words = static_cast<std::int64_t>(packed_words(K));

@@ -8,11 +8,27 @@
 
 namespace korvel {
 
+namespace {
+
+// What the user hears of the weights; REPLICAT makes N their sum.
+void report_weights() {
+  if (OCOM.OPUT) say<"(' SUM OF LOG(SQRT(ABS(WEIGHT)))  =', G13.5)">(FCOM.XMAXL);
+  if (OLSCOM.REPLICAT) {
+    if (OCOM.OPUT) {
+      say<"(' NUMBER OF OBSERVATIONS AFTER REPLICATION =', I10)">(std::llround(FCOM.SWT));
+    }
+    FCOM.XMAXL = 0.0;
+    FCOM.ZZ = FCOM.SWT;
+  }
+}
+
+}  // namespace
+
 void WEIGHTS(Workspace ws, const ColumnList& x, std::span<double> weight, std::span<double> root,
              std::span<double> means, std::span<double> squares) {
   // 1. Under SKIPMISS a weight that is zero or missing takes its row out of the count.
   if (OSCOM.OSMISS) {
-    KeptRows rows(ws);
+    KeptRows rows(ws, OLSCOM.blocks);
     while (rows.next()) {
       double& w = weight[static_cast<std::size_t>(rows.row)];
       if (w != MACOM.XMISS && w != 0.0) continue;
@@ -40,14 +56,24 @@ void WEIGHTS(Workspace ws, const ColumnList& x, std::span<double> weight, std::s
     root[t] = std::sqrt(std::fabs(weight[t]));
     if (root[t] > 0.0) FCOM.XMAXL += std::log(root[t]);
   }
-  if (OCOM.OPUT) say<"(' SUM OF LOG(SQRT(ABS(WEIGHT)))  =', G13.5)">(FCOM.XMAXL);
-  if (OLSCOM.REPLICAT) {
-    if (OCOM.OPUT) {
-      say<"(' NUMBER OF OBSERVATIONS AFTER REPLICATION =', I10)">(std::llround(FCOM.SWT));
-    }
-    FCOM.XMAXL = 0.0;
-    FCOM.ZZ = FCOM.SWT;
+  report_weights();
+}
+
+double weights_in_place(Workspace ws, const double* weight) {
+  const auto row = [](const KeptRows& rows) { return rows.obs - DATCOM.MBEG; };
+  FCOM.SWT = 0.0;
+  for (KeptRows rows(ws); rows.next();) FCOM.SWT += weight[row(rows)];
+  double scale = 1.0;
+  if (OLSCOM.NORMALIZ && FCOM.ZZ > 0.0 && FCOM.SWT != 0.0) {
+    scale = FCOM.SWT / FCOM.ZZ;
+    FCOM.SWT = FCOM.ZZ;
   }
+  for (KeptRows rows(ws); rows.next();) {
+    const double root = std::sqrt(std::fabs(weight[row(rows)] / scale));
+    if (root > 0.0) FCOM.XMAXL += std::log(root);
+  }
+  report_weights();
+  return scale;
 }
 
 }  // namespace korvel

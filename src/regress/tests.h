@@ -43,6 +43,7 @@ struct Restrictions {
   int q = 0;
   std::vector<double> R;
   std::vector<double> r;
+  bool faulty = false;  // an expression has no value at the coefficients
 };
 
 // Reads the RESTRICT lines that follow an estimator with the option RESTRICT, up to END. False

@@ -43,24 +43,71 @@ TEST(WholeNumber, ReadsWhatANumberIs) {
                         {"0.000000000000000000000000000001", 1e-30},
                         {"-1e-320", -1e-320}}) {
     double v = -77;
-    EXPECT_TRUE(whole_number(c.text, false, v)) << c.text;
+    EXPECT_TRUE(whole_number(c.text, Numbers::point, v)) << c.text;
     EXPECT_EQ(v, c.value) << c.text;
   }
   for (const char* bad : {"", "-", ".", "1.2.3", "12abc", "abc", "1e", "1 2", "--1", "+-1", "1,5",
                           "inf", "nan", "0x10", "1e999", "-+1"}) {
     double v = 0;
-    EXPECT_FALSE(whole_number(bad, false, v)) << bad;
+    EXPECT_FALSE(whole_number(bad, Numbers::point, v)) << bad;
   }
 }
 
-TEST(WholeNumber, DecimalCommaOnlyWhereItIsAsked) {
+TEST(WholeNumber, FormsOfNumbers) {
+  constexpr double BAD = -77;  // refused
+  struct Case {
+    const char* text;
+    double point, comma, points, either, dump;
+  };
+  for (const Case& c : {Case{"0,435", BAD, 0.435, 0.435, 0.435, BAD},
+                        {"2.5", 2.5, 2.5, 2.5, 2.5, 2.5},
+                        {"1.234", 1.234, BAD, 1.234, 1.234, 1.234},
+                        {"-1,234", BAD, -1.234, BAD, -1.234, BAD},
+                        {"1.234,5", BAD, BAD, BAD, BAD, BAD},
+                        {"1,2,3", BAD, BAD, BAD, BAD, BAD},
+                        {"1,5E3", BAD, 1500, 1500, 1500, BAD},
+                        {"0.5+100", 0.5e100, 0.5e100, 0.5e100, 0.5e100, 0.5e100},
+                        {"5+100", BAD, BAD, BAD, BAD, 5e100},
+                        {"1 2", BAD, BAD, BAD, BAD, BAD}}) {
+    const struct {
+      Numbers form;
+      double value;
+    } wanted[] = {{Numbers::point, c.point},
+                  {Numbers::comma, c.comma},
+                  {Numbers::points, c.points},
+                  {Numbers::either, c.either},
+                  {Numbers::dump, c.dump}};
+    for (const auto& w : wanted) {
+      double v = BAD;
+      if (!whole_number(c.text, w.form, v)) v = BAD;
+      EXPECT_EQ(v, w.value) << c.text;
+    }
+  }
   double v = 0;
-  EXPECT_TRUE(whole_number("0,435", true, v));
-  EXPECT_EQ(v, 0.435);
-  EXPECT_TRUE(whole_number("0.435", true, v));
-  EXPECT_EQ(v, 0.435);
-  EXPECT_FALSE(whole_number("1.000,5", true, v));
-  EXPECT_FALSE(whole_number("1,2,3", true, v));
+  EXPECT_TRUE(cell_number("-Inf", Numbers::point, v) && v < 0 && std::isinf(v));
+  for (const char* text : {"1,234", "-12,345,678"}) EXPECT_TRUE(grouped_thousands(text, ','));
+  for (const char* text : {"0,435", "1,23", "1234,567", "1,2345", ",123", "", "1,"}) {
+    EXPECT_FALSE(grouped_thousands(text, ',')) << text;
+  }
+}
+
+TEST(TextWord, CutsBehindWholeCharacters) {
+  struct Case {
+    const char* text;
+    const char* word;
+    bool cut;
+  };
+  for (const Case& c : {Case{"", "        ", false},
+                        {"Ohio", "Ohio    ", false},
+                        {"say \"\"x\"\"", "say \"x\" ", false},
+                        {"Mecklenburg", "Mecklenb", true},
+                        {"abcdef\xC3\xA9", "abcdef\xC3\xA9", false},
+                        {"abcdefg\xC3\xA9", "abcdefg ", true}}) {
+    bool cut = false;
+    const double word = text_word(c.text, cut);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&word), 8), c.word);
+    EXPECT_EQ(cut, c.cut) << c.text;
+  }
 }
 
 // Every short decimal is the double that strtod gives.
@@ -75,7 +122,7 @@ TEST(WholeNumber, AgreesWithTheLibrary) {
     }
     if (random() % 4 == 0) text += "e" + std::to_string(static_cast<int>(random() % 60) - 30);
     double v = 0;
-    ASSERT_TRUE(whole_number(text, false, v)) << text;
+    ASSERT_TRUE(whole_number(text, Numbers::point, v)) << text;
     ASSERT_EQ(v, std::strtod(text.c_str(), nullptr)) << text;
   }
 }
@@ -141,7 +188,7 @@ Outcome read(const std::string& text, RowPlan plan, std::int64_t rows, bool bulk
   LineCursor cursor;
   cursor.text = text;
   std::int64_t done = 0;
-  if (bulk) done = read_bulk(cursor, scan_block(text, plan, rows), plan, target, rows);
+  if (bulk) done = read_bulk(cursor, scan_block(cursor, plan, rows), plan, target, rows);
   plan.groups = rows;
   const RowsRead r = read_rows(cursor, plan, &target, done);
   o.groups = r.groups;
@@ -187,6 +234,8 @@ TEST(Bulk, MeansTheSameAsLineByLine) {
     plan.surplus_is_dropped = random() % 4 != 0;
     plan.values = 1 + random() % 4;
     plan.skip_columns = random() % 3 == 0 ? 1 : 0;
+    plan.trailing = random() % 4 == 0 ? 1 : 0;
+    plan.numbers = plan.separator == ';' ? Numbers::either : Numbers::point;
     plan.missing = -99999;
     const unsigned mess = large ? 20000 : 3 + random() % 60;  // one line in so many is odd
     const std::int64_t rows = large ? 60000 : 1 + random() % 40;
@@ -206,6 +255,7 @@ TEST(Bulk, MeansTheSameAsLineByLine) {
           if (random() % 2) text += (plan.delimited && plan.separator == ';' ? ",25" : ".125");
         }
       }
+      if (plan.trailing > 0 && random() % 2 == 0) text += plan.separator;
       text += messy && random() % 4 == 0 ? " \n\n" : line_end;
       if (random() % (mess * 20) == 0) text += "PRINT X\n";
     }
@@ -228,7 +278,7 @@ TEST(Bulk, ReadsAPlainBlockWhole) {
     target.column = {x.data(), y.data()};
     LineCursor cursor;
     cursor.text = text;
-    EXPECT_EQ(read_bulk(cursor, scan_block(text, plan, UNKNOWN), plan, target, 60000), 60000);
+    EXPECT_EQ(read_bulk(cursor, scan_block(cursor, plan, UNKNOWN), plan, target, 60000), 60000);
     EXPECT_EQ(cursor.at, text.size());
     EXPECT_EQ(cursor.line, 60000);
     EXPECT_EQ(x[59999], 59999);
@@ -244,7 +294,9 @@ TEST(Bulk, CountsRowsUpToTheCommand) {
   RowPlan plan;
   plan.ends_at_command = true;
   plan.values = 3;
-  const BlockScan scan = scan_block(text, plan, UNKNOWN);
+  LineCursor cursor;
+  cursor.text = text;
+  const BlockScan scan = scan_block(cursor, plan, UNKNOWN);
   EXPECT_EQ(scan.rows, 50000);
   EXPECT_EQ(scan.sections.back().end, end);
 }

@@ -11,6 +11,9 @@ struct ColumnList {
   std::span<const double* const> column;  // a null pointer stands for a column of ones
   std::int64_t rows = 0;
   const double* root = nullptr;  // row t counts as root[t] times itself; null: as it is
+  // Powers of two that the fits multiply columns by, for data whose squares leave the range of
+  // reals; empty: as they are. at() and residuals leave them aside.
+  std::span<const double> scale{};
 
   int columns() const { return static_cast<int>(column.size()); }
   double at(std::size_t c, std::int64_t t) const {

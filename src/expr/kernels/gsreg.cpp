@@ -115,6 +115,15 @@ void write_top(const Shape& shape, Section& s) {
   }
 }
 
+// Multiplies n loaded values of column c by its scale, which it returns.
+double scale_column(const ColumnList& x, int c, std::int64_t n, double* to) {
+  const double scale = x.scale[static_cast<std::size_t>(c)];
+  if (scale != 1.0) {
+    for (std::int64_t t = 0; t < n; ++t) to[t] *= scale;
+  }
+  return scale;
+}
+
 void run_section(const ColumnList& x, const Shape& shape, const GsLanes& lanes, int first,
                  Section& s, std::int64_t begin, std::int64_t end) {
   bool head = false;
@@ -124,7 +133,8 @@ void run_section(const ColumnList& x, const Shape& shape, const GsLanes& lanes, 
     for (int c = 0; c < shape.columns; ++c) {
       const double* src = x.column[static_cast<std::size_t>(c)];
       double* to = s.a + c * shape.ld + shape.top;
-      const double sum = lanes.load_column(src == nullptr ? nullptr : src + from, root, n, to);
+      double sum = lanes.load_column(src == nullptr ? nullptr : src + from, root, n, to);
+      if (!x.scale.empty()) sum *= scale_column(x, c, n, to);
       if (c < first) continue;
       if (src == nullptr) {
         s.mean[c] = 1.0;
@@ -172,7 +182,8 @@ constexpr double DOUBTFUL = 1e-24;
 // S of column j (from 1), taken from refined residuals. -1 when the refinement fails.
 double refined_square(const ColumnList& x, int j, std::span<const double> factor,
                       std::span<double> work) {
-  const ColumnList part{x.column.first(static_cast<std::size_t>(j)), x.rows, x.root};
+  ColumnList part{x.column.first(static_cast<std::size_t>(j)), x.rows, x.root};
+  if (!x.scale.empty()) part.scale = x.scale.first(static_cast<std::size_t>(j));
   const std::span<double> b = work.first(static_cast<std::size_t>(j));
   gs_coefficients(factor, j, b);
   const Refinement fit = GSREFINE(part, factor, work.subspan(static_cast<std::size_t>(j)), b);
@@ -382,9 +393,10 @@ Refinement GSREFINE(const ColumnList& x, std::span<const double> factor, std::sp
       const std::int64_t n = std::min(REFINE_ROWS, shape.end(s) - from);
       for (std::size_t c = 0; c < x.column.size(); ++c) {
         const double* src = x.column[c];
+        double* to = a + static_cast<std::int64_t>(c) * room.ld;
         lanes.load_column(src == nullptr ? nullptr : src + from,
-                          x.root == nullptr ? nullptr : x.root + from, n,
-                          a + static_cast<std::int64_t>(c) * room.ld);
+                          x.root == nullptr ? nullptr : x.root + from, n, to);
+        if (!x.scale.empty()) scale_column(x, static_cast<int>(c), n, to);
       }
       *SSE += lanes.refine_block(a, K, room.ld, up8(n), b.data(), low.data(), e, g, glo);
     }

@@ -42,9 +42,15 @@ void gs_inverse(std::span<const double> factor, int columns, std::span<double> i
 double gs_square_sum(std::span<const double> factor, int j);
 
 // Largest factor by which an error in the data can grow in a coefficient, the columns scaled to
-// length 1: the condition of X within sqrt(K). Above REFINE_ABOVE the coefficients are refined:
-// below it plain orthogonalisation keeps 12 digits and more, and the common case pays nothing.
+// length 1: the condition of X within sqrt(K). Above REFINE_ABOVE a fit is worth refining: below it
+// plain orthogonalisation keeps 12 digits and more. Short data, whose further sweeps take less time
+// than the command around them, are refined from REFINE_SHORT on.
 inline constexpr double REFINE_ABOVE = 500.0;
+inline constexpr double REFINE_SHORT = 8.0;
+inline bool worth_refining(double condition, int columns, std::int64_t rows) {
+  constexpr std::int64_t short_words = 50000;
+  return condition > (columns * rows <= short_words ? REFINE_SHORT : REFINE_ABOVE);
+}
 double gs_condition(std::span<const double> factor, std::span<const double> inverse, int columns);
 
 // Iterative refinement of b: residuals and X'e are accumulated in twice the working precision

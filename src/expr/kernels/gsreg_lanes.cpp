@@ -1,6 +1,7 @@
 // Inner loops of the least-squares kernel, built once for each vector width.
 #include "expr/kernels/gsreg_lanes.h"
 
+#include "expr/kernels/exact_lanes.h"
 #include "expr/kernels/lane_vectors.h"
 
 namespace korvel::KORVEL_LANES {
@@ -146,33 +147,10 @@ void orthogonalise(double* a, int columns, std::ptrdiff_t ld, std::ptrdiff_t row
   }
 }
 
-// ---- Twice the working precision
-// -----------------------------------------------------------------
-
-// Veltkamp's splitting: high + low = x, each with at most 26 bits.
-struct Halves {
-  Lane8 high, low;
-};
-Halves split(const Lane8& x, const Lane8& splitter) {
-  const Lane8 t = splitter * x;
-  const Lane8 high = t - (t - x);
-  return {high, x - high};
-}
-
-// Rounding error of p = a b (Dekker).
-Lane8 product_error(const Lane8& p, const Halves& a, const Halves& b) {
-  return a.low * b.low - (((p - a.high * b.high) - a.low * b.high) - a.high * b.low);
-}
-
-// Rounding error of s = a + b (Knuth).
-Lane8 sum_error(const Lane8& s, const Lane8& a, const Lane8& b) {
-  const Lane8 t = s - a;
-  return (a - (s - t)) + (b - t);
-}
-
+// Residuals and X'e are kept in twice the working precision.
 double refine_block(const double* a, int K, std::ptrdiff_t ld, std::ptrdiff_t rows, const double* b,
                     const double* blo, double* e, double* g, double* glo) {
-  const Lane8 splitter = lane_splat(134217729.0);  // 2^27 + 1
+  const Lane8 splitter = lane_splat(SPLITTER);
   Lane8 sse = lane_splat(0.0);
   for (std::ptrdiff_t i = 0; i < rows; i += 8) {
     Lane8 s = lane_load(a + K * ld + i);

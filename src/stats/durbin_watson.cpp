@@ -1,0 +1,196 @@
+// The probability is that of a quadratic form: with the n-k roots m_i of M A (M the projection on
+// the residuals, A the matrix of differences), P(d' < d) = P(sum (m_i - d) z_i^2 < 0) (Imhof 1961).
+// The roots themselves are not needed. A is a set of tridiagonal chains and, with N'N = I, N'X = 0
+// and X orthonormal,
+//     det N'(A + z I)N = det(A + z I) det X'(A + z I)^-1 X,
+// which one sweep of elimination gives at every point of the contour in n k^2 steps (after Ansley,
+// Kohn and Shively 1992, Journal of Econometrics 54, 277-300).
+#include "stats/durbin_watson.h"
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+
+#include "stats/contour.h"
+
+namespace korvel {
+namespace {
+
+struct Chains {
+  std::size_t n = 0;
+  DifferenceRows rows;
+  // Is the difference between rows t and t+order (from 0) part of d?
+  bool linked(std::size_t t) const {
+    return t + rows.order < n && !(t < rows.gap && t + rows.order >= rows.gap);
+  }
+  // Diagonal of A.
+  double diagonal(std::size_t t) const {
+    return (linked(t) ? 1.0 : 0.0) + (t >= rows.order && linked(t - rows.order) ? 1.0 : 0.0);
+  }
+};
+
+// K(s) = -1/2 sum log(1 - 2 s (m_i - d)) by elimination.
+class Elimination {
+ public:
+  // Q: n by k by rows, orthonormal columns; ring: 2 (k+1) words for each row of a chain step;
+  // gram: 2 k^2 words.
+  Elimination(const Chains& chains, const double* Q, std::size_t k, double d, double* ring,
+              double* gram)
+      : chains_(chains), Q_(Q), k_(k), d_(d), ring_(ring), gram_(gram) {}
+
+  double operator()(double s) const {
+    return -0.5 * (static_cast<double>(chains_.n - k_) * std::log(std::fabs(2.0 * s)) +
+                   log_determinant(-(0.5 / s + d_), ring_, gram_));
+  }
+  // Above the real axis: A + z I has a positive imaginary part, its inverse a negative one, and so
+  // have all pivots: principal logarithms add up without a jump.
+  std::complex<double> operator()(std::complex<double> s) const {
+    const std::complex<double> root(std::log(2.0 * std::abs(s)), std::arg(s) - PI);
+    return -0.5 * (static_cast<double>(chains_.n - k_) * root +
+                   log_determinant(-(0.5 / s + d_), reinterpret_cast<std::complex<double>*>(ring_),
+                                   reinterpret_cast<std::complex<double>*>(gram_)));
+  }
+
+ private:
+  static constexpr double PI = 3.14159265358979323846;
+
+  static double log_of(double x) { return std::log(std::fabs(x)); }
+  static std::complex<double> log_of(std::complex<double> x) { return std::log(x); }
+  static double product(double a, double b) { return a * b; }
+  // Without the tests for infinity that the operator of std::complex makes.
+  static std::complex<double> product(const std::complex<double>& a,
+                                      const std::complex<double>& b) {
+    return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
+  }
+
+  // log det(A + z I) + log det Q'(A + z I)^-1 Q. Row t of the ring holds the reciprocal pivot and
+  // the eliminated row of Q.
+  template <class T>
+  T log_determinant(T z, T* ring, T* gram) const {
+    const std::size_t order = chains_.rows.order;
+    T sum{};
+    std::fill_n(gram, k_ * k_, T{});
+    for (std::size_t t = 0; t < chains_.n; ++t) {
+      T* const row = ring + (t % order) * (k_ + 1);
+      T pivot = chains_.diagonal(t) + z;
+      const double* const q = Q_ + t * k_;
+      if (t >= order && chains_.linked(t - order)) {
+        const T before = row[0];
+        pivot -= before;
+        for (std::size_t j = 0; j < k_; ++j) row[j + 1] = q[j] + product(before, row[j + 1]);
+      } else {
+        for (std::size_t j = 0; j < k_; ++j) row[j + 1] = q[j];
+      }
+      sum += log_of(pivot);
+      row[0] = 1.0 / pivot;
+      for (std::size_t i = 0; i < k_; ++i) {
+        const T scaled = product(row[i + 1], row[0]);
+        for (std::size_t j = 0; j <= i; ++j) gram[i * k_ + j] += product(scaled, row[j + 1]);
+      }
+    }
+    // Pivots of the small matrix.
+    for (std::size_t p = 0; p < k_; ++p) {
+      const T pivot = gram[p * k_ + p];
+      sum += log_of(pivot);
+      for (std::size_t i = p + 1; i < k_; ++i) {
+        const T factor = gram[i * k_ + p] / pivot;
+        for (std::size_t j = p + 1; j <= i; ++j) {
+          gram[i * k_ + j] -= product(factor, gram[j * k_ + p]);
+        }
+      }
+    }
+    return sum;
+  }
+
+  Chains chains_;
+  const double* Q_;
+  std::size_t k_;
+  double d_;
+  double* ring_;
+  double* gram_;
+};
+
+constexpr std::size_t NOT_NUMBERS = static_cast<std::size_t>(-1);
+
+// Orthonormal columns that span those of X, by rows; returns their number, or NOT_NUMBERS.
+// Gram-Schmidt with every projection taken twice, which leaves them orthogonal to rounding (Giraud,
+// Langou and Rozloznik 2005). A column that keeps less than 1e-11 of its length depends on those
+// before it.
+std::size_t orthonormal(std::span<const double> X, std::size_t n, std::size_t k, std::size_t ld,
+                        double* Q) {
+  constexpr double dependent = 1e-11;
+  std::size_t rank = 0;
+  for (std::size_t c = 0; c < k; ++c) {
+    const double* const x = X.data() + c * ld;
+    double scale = 0.0;
+    for (std::size_t t = 0; t < n; ++t) scale = std::max(scale, std::fabs(x[t]));
+    if (scale == 0.0) scale = 1.0;  // a NaN does not show in the scale
+    double length = 0.0;
+    for (std::size_t t = 0; t < n; ++t) {
+      Q[t * k + rank] = x[t] / scale;
+      length += Q[t * k + rank] * Q[t * k + rank];
+    }
+    if (!std::isfinite(length)) return NOT_NUMBERS;
+    for (int pass = 0; pass < 2; ++pass) {
+      for (std::size_t j = 0; j < rank; ++j) {
+        double dot = 0.0;
+        for (std::size_t t = 0; t < n; ++t) dot += Q[t * k + j] * Q[t * k + rank];
+        for (std::size_t t = 0; t < n; ++t) Q[t * k + rank] -= dot * Q[t * k + j];
+      }
+    }
+    double rest = 0.0;
+    for (std::size_t t = 0; t < n; ++t) rest += Q[t * k + rank] * Q[t * k + rank];
+    if (!(rest > dependent * dependent * length)) continue;
+    const double unit = 1.0 / std::sqrt(rest);
+    for (std::size_t t = 0; t < n; ++t) Q[t * k + rank] *= unit;
+    ++rank;
+  }
+  // Rows close up when columns were dropped.
+  if (rank < k) {
+    for (std::size_t t = 0; t < n; ++t) {
+      for (std::size_t j = 0; j < rank; ++j) Q[t * rank + j] = Q[t * k + j];
+    }
+  }
+  return rank;
+}
+
+}  // namespace
+
+std::size_t durbin_watson_words(std::size_t n, std::size_t k, const DifferenceRows& rows) {
+  return n * k + 2 * (k + 1) * std::max<std::size_t>(rows.order, 1) + 2 * k * k;
+}
+
+DurbinWatsonTails durbin_watson_tails(std::span<const double> X, std::size_t n, std::size_t k,
+                                      std::size_t ld, double d, const DifferenceRows& rows,
+                                      std::span<double> work) {
+  if (n <= k || rows.order < 1 || rows.order >= n) return {.IFAULT = 2};
+  double* const Q = work.data();
+  double* const ring = Q + n * k;
+  double* const gram = ring + 2 * (k + 1) * rows.order;
+  const std::size_t rank = orthonormal(X, n, k, ld, Q);
+  if (rank == NOT_NUMBERS) return {.IFAULT = 3};
+  const Chains chains{n, rows};
+  // Mean of the form: trace of M A less (n-k) d. The nearer tail is integrated.
+  double mean = -static_cast<double>(n - rank) * d;
+  for (std::size_t t = 0; t < n; ++t) {
+    if (!chains.linked(t)) continue;
+    mean += 2.0;
+    for (std::size_t j = 0; j < rank; ++j) {
+      const double gap = Q[t * rank + j] - Q[(t + rows.order) * rank + j];
+      mean -= gap * gap;
+    }
+  }
+  if (std::isnan(d)) return {.IFAULT = 3};
+  // The roots lie in 0..4.
+  if (d <= 0.0) return {.positive = 0.0, .negative = 1.0};
+  if (d >= 4.0) return {.positive = 1.0, .negative = 0.0};
+  const Elimination K(chains, Q, rank, d, ring, gram);
+  const bool above = mean < 0.0;
+  const ContourTail tail = contour_tail(K, -0.5 / d, 0.5 / (4.0 - d), 0.0, above);
+  const double other = 1.0 - tail.value;
+  return {.positive = above ? other : tail.value,
+          .negative = above ? tail.value : other,
+          .IFAULT = tail.IFAULT};
+}
+
+}  // namespace korvel

@@ -1,0 +1,34 @@
+// Exact distribution of the Durbin-Watson statistic and its kin of higher order.
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+namespace korvel {
+
+// d = sum (e(t) - e(t-order))^2 / sum e(t)^2 of the residuals of a regression on X. The pair of
+// rows that spans the gap behind observation `gap` is left out (0: no gap).
+struct DifferenceRows {
+  std::size_t order = 1;
+  std::size_t gap = 0;  // counted from 1
+};
+
+struct DurbinWatsonTails {
+  double positive = 1;  // P(d' < d) under independent normal errors: small for positive
+                        // autocorrelation
+  double negative = 1;  // P(d' > d)
+  int IFAULT = 0;       // 1: the integration did not settle, 2: no degrees of freedom,
+                        // 3: a number that is none
+};
+
+// Words of work space.
+std::size_t durbin_watson_words(std::size_t n, std::size_t k, const DifferenceRows& rows = {});
+
+// X: n rows, k columns (the constant included, if the model has one), element (i, j) at
+// X[j * ld + i]; dependent columns count once. k may be 0. work: durbin_watson_words(n, k, rows).
+// Time grows as n k^2; no matrix of size n by n is formed.
+DurbinWatsonTails durbin_watson_tails(std::span<const double> X, std::size_t n, std::size_t k,
+                                      std::size_t ld, double d, const DifferenceRows& rows,
+                                      std::span<double> work);
+
+}  // namespace korvel
