@@ -48,8 +48,7 @@ class Collector {
   }
   std::vector<std::string> take() {
     std::ranges::sort(words_);
-    const auto doubles = std::ranges::unique(words_);
-    words_.erase(doubles.begin(), doubles.end());
+    words_.erase(std::unique(words_.begin(), words_.end()), words_.end());
     return std::move(words_);
   }
 

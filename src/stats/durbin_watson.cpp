@@ -16,18 +16,32 @@
 namespace korvel {
 namespace {
 
+// A by rows: the partner of every row, its place in the ring of the elimination, and the diagonal.
 struct Chains {
-  std::size_t n = 0;
-  DifferenceRows rows;
-  // Is the difference between rows t and t+order (from 0) part of d?
-  bool linked(std::size_t t) const {
-    return t + rows.order < n && !(t < rows.gap && t + rows.order >= rows.gap);
-  }
-  // Diagonal of A.
-  double diagonal(std::size_t t) const {
-    return (linked(t) ? 1.0 : 0.0) + (t >= rows.order && linked(t - rows.order) ? 1.0 : 0.0);
-  }
+  std::size_t n;
+  std::size_t order;
+  const double* before;
+  const double* slot;
+  const double* diagonal;
+  bool linked(std::size_t t) const { return before[t] >= 0.0; }
 };
+
+// work: 3 n words.
+Chains make_chains(std::size_t n, const DifferenceRows& rows, double* work) {
+  double* const before = work;
+  double* const slot = before + n;
+  double* const diagonal = slot + n;
+  rows.partners({before, n});
+  std::fill_n(diagonal, n, 0.0);
+  for (std::size_t t = 0; t < n; ++t) {
+    const auto place = rows.place.empty() ? t : static_cast<std::size_t>(rows.place[t]);
+    slot[t] = static_cast<double>(place % rows.order);
+    if (before[t] < 0.0) continue;
+    diagonal[t] += 1.0;
+    diagonal[static_cast<std::size_t>(before[t])] += 1.0;
+  }
+  return {n, rows.order, before, slot, diagonal};
+}
 
 // K(s) = -1/2 sum log(1 - 2 s (m_i - d)) by elimination.
 class Elimination {
@@ -67,14 +81,13 @@ class Elimination {
   // the eliminated row of Q.
   template <class T>
   T log_determinant(T z, T* ring, T* gram) const {
-    const std::size_t order = chains_.rows.order;
     T sum{};
     std::fill_n(gram, k_ * k_, T{});
     for (std::size_t t = 0; t < chains_.n; ++t) {
-      T* const row = ring + (t % order) * (k_ + 1);
-      T pivot = chains_.diagonal(t) + z;
+      T* const row = ring + static_cast<std::size_t>(chains_.slot[t]) * (k_ + 1);
+      T pivot = chains_.diagonal[t] + z;
       const double* const q = Q_ + t * k_;
-      if (t >= order && chains_.linked(t - order)) {
+      if (chains_.linked(t)) {
         const T before = row[0];
         pivot -= before;
         for (std::size_t j = 0; j < k_; ++j) row[j + 1] = q[j] + product(before, row[j + 1]);
@@ -156,8 +169,20 @@ std::size_t orthonormal(std::span<const double> X, std::size_t n, std::size_t k,
 
 }  // namespace
 
+void DifferenceRows::partners(std::span<double> before) const {
+  const auto at = [&](std::size_t t) {
+    return place.empty() ? t : static_cast<std::size_t>(place[t]);
+  };
+  std::size_t s = 0;
+  for (std::size_t t = 0; t < before.size(); ++t) {
+    while (at(s) + order < at(t)) ++s;
+    const bool linked = at(s) + order == at(t) && !(at(s) < gap && at(t) >= gap);
+    before[t] = linked ? static_cast<double>(s) : -1.0;
+  }
+}
+
 std::size_t durbin_watson_words(std::size_t n, std::size_t k, const DifferenceRows& rows) {
-  return n * k + 2 * (k + 1) * std::max<std::size_t>(rows.order, 1) + 2 * k * k;
+  return 3 * n + n * k + 2 * (k + 1) * std::max<std::size_t>(rows.order, 1) + 2 * k * k;
 }
 
 DurbinWatsonTails durbin_watson_tails(std::span<const double> X, std::size_t n, std::size_t k,
@@ -169,14 +194,15 @@ DurbinWatsonTails durbin_watson_tails(std::span<const double> X, std::size_t n, 
   double* const gram = ring + 2 * (k + 1) * rows.order;
   const std::size_t rank = orthonormal(X, n, k, ld, Q);
   if (rank == NOT_NUMBERS) return {.IFAULT = 3};
-  const Chains chains{n, rows};
+  const Chains chains = make_chains(n, rows, gram + 2 * k * k);
   // Mean of the form: trace of M A less (n-k) d. The nearer tail is integrated.
   double mean = -static_cast<double>(n - rank) * d;
   for (std::size_t t = 0; t < n; ++t) {
     if (!chains.linked(t)) continue;
     mean += 2.0;
+    const auto s = static_cast<std::size_t>(chains.before[t]);
     for (std::size_t j = 0; j < rank; ++j) {
-      const double gap = Q[t * rank + j] - Q[(t + rows.order) * rank + j];
+      const double gap = Q[t * rank + j] - Q[s * rank + j];
       mean -= gap * gap;
     }
   }
