@@ -162,6 +162,7 @@ void sample_command(Workspace ws) {
   if (count % 2 != 0) {
     return fail<"(' ...ERROR..ONLY', I4, ' SAMPLE PERIODS..USE EVEN NUMBER')">(count);
   }
+  if (OSCOM.OSCAN) return;
   // 2. Their observations, which must not fall; ranges leave a gap.
   std::array<int, MAXPERIODS> obs{};
   for (int k = 0; k < count; ++k) {
@@ -239,6 +240,7 @@ void time_command(Workspace ws) {
     if (!s.ok || !(std::fabs(s.value) < 1e9)) return syntax_error("NOT A FREQUENCY:", word(2));
     freq = s.value;
   }
+  if (OSCOM.OSCAN) return;
   DATCOM.ITIME1 = static_cast<int>(beg.whole);
   DATCOM.ITIME2 = std::max(static_cast<int>(beg.fraction), 1);
   DATCOM.ITIME3 = std::max(static_cast<int>(freq), 1);

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 
 #include "data/data.h"
 #include "engine/bodies.h"
@@ -18,8 +19,8 @@
 #include "expr/expr.h"
 #include "platform/signals.h"
 #include "regress/regress.h"
-#include "stats/stats.h"
 #include "regress/tests.h"
+#include "stats/stats.h"
 
 namespace korvel {
 namespace {
@@ -287,7 +288,8 @@ bool run_in_loop(Workspace ws) {
     case K_RESTRICT:
     case K_LAMBDA:
     case K_LAGS:
-      ignored();
+      // While scanning, the block that such a line belongs to was not opened.
+      if (!OSCOM.OSCAN) ignored();
       return false;
     case K_KORVEDIT:
       if (INPCOM.LKOD == K_KORVEDIT) {
@@ -318,6 +320,13 @@ bool dropped_by_if() {
   }
   if (INPCOM.IKOD == K_EXECUTE) INPCOM.IKOD = 0;
   return true;
+}
+
+double seconds() {
+  timespec t{};
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  constexpr double NANO = 1e-9;
+  return static_cast<double>(t.tv_sec) + NANO * static_cast<double>(t.tv_nsec);
 }
 
 // After an error in a batch run no stored line is run any more: reading goes on behind the
@@ -355,7 +364,10 @@ bool run_command(Workspace ws) {
     skip_stream_data(ws);
   if (OCOM.OERR || OCOM.ODONT) return false;
   if (command.in_loop) return run_in_loop(ws);
-  if (OSCOM.OSCAN && !command.in_scan && command.tail == Tail::Raw) return false;
+  if (OSCOM.OSCAN && !command.in_scan && command.tail == Tail::Raw) {
+    if (RUNCOM.settings.check && command.handler == GENC) check_formula(ws);
+    return false;
+  }
   command.handler(ws);
   return false;
 }
@@ -380,7 +392,11 @@ void AAA(Workspace ws) {
   INPCOM.IKOD = -1;
   for (;;) {
     // 1. The next command; the end of the input is a STOP.
-    drop_levels_in_scan_mode(ws);
+    if (RUNCOM.settings.check) {
+      OSCOM.OSCAN = true;
+    } else {
+      drop_levels_in_scan_mode(ws);
+    }
     INPUT(ws);
     OCOM.ODONT = OCOM.OERR = false;
     OCOM.IFAULT = 0;
@@ -397,7 +413,11 @@ void AAA(Workspace ws) {
     if (dropped_by_if()) continue;
     OCOM.ONEWV = OCOM.OMAT = false;
     const int ikod = INPCOM.IKOD;
+    const double start = OSCOM.OTIM ? seconds() : 0.0;
     if (run_command(ws)) return;
+    if (OSCOM.OTIM && start > 0.0 && !OSCOM.OSCAN) {
+      say<"(' ...NOTE..TIME OF THE COMMAND', F12.6, ' SECONDS')">(seconds() - start);
+    }
     if (counts_for_size(ikod)) ++INPCOM.NCOMM;
     if (RUNCOM.ended) return;
     // 3. A stop from the keyboard ends the command, not the session.

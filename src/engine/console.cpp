@@ -1,5 +1,6 @@
 #include "engine/console.h"
 
+#include "engine/doctor.h"
 #include "engine/options.h"
 #include "engine/output.h"
 
@@ -17,6 +18,8 @@ constexpr const char* HELP =
     "  -q            no greeting\n"
     "  -W            mirror warnings on standard error too (errors always are in a batch run)\n"
     "  --results FILE  write the estimates and tests of the run to FILE as JSON\n"
+    "  --check       run nothing, list the mistakes of the commands\n"
+    "  --doctor      what this machine has and what is missing\n"
     "  SAFE          don't trust the commands: read only below this folder, keep the workspace's\n"
     "                size, ten minutes of processor time at the most\n"
     "  PAR=n         workspace of n kilobytes (20480)\n"
@@ -86,6 +89,12 @@ ConsoleCall KORVELD(const std::vector<std::string>& arguments) {
       return call;
     } else if (options && a == "-q") {
       call.settings.quiet = true;
+    } else if (options && a == "--check") {
+      call.settings.check = true;
+    } else if (options && a == "--doctor") {
+      call.answer = doctor();
+      call.status = EXIT_GOOD;
+      return call;
     } else if (options && a == "-W") {
       call.settings.mirror_warnings = true;
     } else if (options && a == "-c") {

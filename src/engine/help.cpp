@@ -8,13 +8,18 @@
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
+#include "engine/terminal.h"
+#include "platform/line_editor.h"
 
 namespace korvel {
 namespace {
 
 // Prints a text of several lines.
 void print_text(std::string_view text) {
+  const int rows = OSCOM.OTALK ? terminal_rows() : 0;
+  int shown = 0;
   while (!text.empty() && !stop_requested()) {
+    if (rows > 3 && ++shown % (rows - 1) == 0 && !wait_for_enter()) return;
     const auto end = text.find('\n');
     Line row;
     row.text(" ");

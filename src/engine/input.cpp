@@ -336,7 +336,7 @@ void unknown_command(std::string_view word) {
   }
   if (OSCOM.OTALK) return;
   warn(" ...WARNING..CHECK OUTPUT CAREFULLY");
-  if (++INPCOM.NUNKNO >= MAXUNKNOWN) {
+  if (++INPCOM.NUNKNO >= MAXUNKNOWN && !RUNCOM.settings.check) {
     error_line(" ...ERROR..NO MORE COMMANDS WILL BE READ");
     XXIT(0);
   }

@@ -6,6 +6,7 @@
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
+#include "engine/run.h"
 
 namespace korvel {
 namespace {
@@ -80,13 +81,14 @@ void DO(Workspace ws) {
   // 2. The body, also of a loop that can't run: its lines are no commands.
   Block block;
   if (!capture_block(K_DO, block)) return fail(" ...ERROR..NO ENDO COMMAND FOUND IN DO LOOP");
-  if (!good || scanning) return;
+  const bool check = RUNCOM.settings.check;  // one pass is looked over
+  if (!good || (scanning && !check)) return;
   if (OSCOM.OLDDO && loops >= OLD_LEVELS) {
     return fail(" ...ERROR..MORE THAN 2 NESTED DO LOOPS NOT PERMITTED");
   }
   // 3. The bounds, and the first pass.
   Level level;
-  level.passes = count_passes(head);
+  level.passes = check ? 1 : count_passes(head);
   if (level.passes == 0) {
     error_line<"(' ...ERROR..BAD DO LOOP PARAMETERS', 2G15.7)">(head.from, head.to);
     return XXIT(0);

@@ -6,6 +6,7 @@
 #include "engine/commands.h"
 #include "engine/options.h"
 #include "engine/output.h"
+#include "engine/run.h"
 
 namespace korvel {
 namespace {
@@ -143,6 +144,10 @@ bool name_option(Workspace ws, int place, int token, const Token& value) {
   const auto colon = value.text.find(':');
   const std::string_view name = value.text.substr(0, colon).substr(0, KEYLEN);
   v.var = VARNUM(ws, name);
+  if (v.var == 0 && RUNCOM.settings.check) {
+    v.var = stand_in(name);
+    return true;
+  }
   if (v.var == 0) {
     v.var = -1000 - token;  // told from a temporary, whose number is not below -80
     return true;
@@ -293,6 +298,7 @@ Scalar scalar_value(Workspace ws, std::string_view token, bool quiet) {
   if (var < 0) {
     const double value = temporary(-var - 1);
     if (value != UNSET) return {value, true};
+    if (RUNCOM.settings.check) return {1.0, true};
     if (!quiet) fail<"(' ...ERROR..', A, ' IS NOT CURRENTLY DEFINED')">(name);
     return {};
   }
@@ -306,6 +312,7 @@ Scalar scalar_value(Workspace ws, std::string_view token, bool quiet) {
     const auto values = elements(ws, var);
     if (!values.empty() && INFO(ws, var).ITYPE < STRING5) return {values[0], true};
   }
+  if (RUNCOM.settings.check && NAMCHK(name[0]) == 1) return {1.0, true};
   if (!quiet) fail<"(' ...ERROR..VARIABLE ', A, ' DOES NOT EXIST.')">(name);
   return {};
 }

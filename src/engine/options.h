@@ -54,6 +54,10 @@ struct TokCom {
 };
 extern TokCom TOKCOM;
 
+// While a script is only looked over: a number that stands for a name which isn't there yet, the
+// same one each time. No variable has it; 0 when all numbers are taken.
+int stand_in(std::string_view name);
+
 // Splits the command text: fills SCNCOM and TOKCOM. Failure: OERR or ODONT.
 void SCANIT(Workspace ws);
 

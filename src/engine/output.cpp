@@ -12,6 +12,7 @@
 #include "engine/input.h"
 #include "engine/redirect.h"
 #include "engine/run.h"
+#include "engine/terminal.h"
 #include "platform/signals.h"
 
 namespace korvel {
@@ -88,6 +89,8 @@ void lay(std::string_view text) {
 
 }  // namespace
 
+constexpr int PAGE = 20;  // lines between two pauses
+
 void OUTLINE() {
   const int n = std::min(OUTBUF.IVL, MAXLINES);
   OUTBUF.lines = 0;
@@ -103,10 +106,20 @@ void OUTLINE() {
       if (!redirected) ++OUTBUF.ILINE;
       const auto length = static_cast<std::size_t>(LENTRM({line.data(), LINELEN}));
       const std::string_view record(line.data(), length == 0 ? 1 : length);
-      unit.line(record);
+      if (OSCOM.OTALK && !redirected && unit.descriptor() == 1 && colours()) {
+        std::string room;
+        unit.line(coloured(record, room));
+      } else {
+        unit.line(record);
+      }
       if (mirrored) screen_mirror().line(record);
     }
     line.fill(' ');
+    // SET PAUSE: a page at a time, for a person at a terminal.
+    if (OSCOM.OPAUSE && OSCOM.OTERM && OSCOM.OTALK && OUTBUF.ILINE >= PAGE && isatty(0) == 1) {
+      OUTBUF.ILINE = 0;
+      if (!wait_for_enter()) dropped = true;
+    }
   }
   OUTBUF.IVL = 1;
   if (OSCOM.OFLUSH) {

@@ -192,6 +192,16 @@ void invalid_procedure(std::string_view name) {
   if (++INPCOM.SPVERR > MAXSPVERR) XXIT(0);
 }
 
+// A body is looked over once, each argument standing for itself.
+void look_over(Workspace ws, std::span<const std::string_view> words, Block block) {
+  Level level;
+  level.procedure = true;
+  for (const std::string_view word : words.subspan(1)) {
+    level.formals.emplace_back(up_cased(word), std::string(word));
+  }
+  start_level(ws, std::move(level), std::move(block.body), block.begin, block.end);
+}
+
 }  // namespace
 
 void PROCDEF(Workspace ws) {
@@ -204,7 +214,10 @@ void PROCDEF(Workspace ws) {
   Block block;
   if (!capture_block(K_PROCEDUR, block)) return fail(" ...ERROR..NO ENDO COMMAND FOUND IN DO LOOP");
   if (!good) return fail(" ...ERROR..SYNTAX ERROR");
-  if (OSCOM.OSCAN) return;
+  if (OSCOM.OSCAN) {
+    if (RUNCOM.settings.check) look_over(ws, words, std::move(block));
+    return;
+  }
   auto body = std::make_shared<Body>();
   body->name = up_cased(words[0]);
   body->file = block.body->file;

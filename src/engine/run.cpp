@@ -94,6 +94,7 @@ bool same_file(const std::string& a, const std::string& b) {
 }
 
 bool open_output(const RunSettings& settings) {
+  if (settings.check) return main_output().open("/dev/null");  // the mistakes alone are shown
   if (settings.output.empty() || settings.output == "-") {
     main_output().attach(1);
     return true;
@@ -170,6 +171,7 @@ int finish(int status) {
   }
   if (signal != 0) return EXIT_SIGNAL + signal;
   if (status != EXIT_GOOD) return status;
+  if (RUNCOM.settings.check && RUNCOM.failures == 0) tell(RUNCOM.script + ": no mistakes found");
   if (RUNCOM.failures > 0 && !RUNCOM.script.empty() && RUNCOM.settings.mirror_errors) {
     tell(RUNCOM.script + ": " + std::to_string(RUNCOM.failures) +
          (RUNCOM.failures == 1 ? " error" : " errors"));

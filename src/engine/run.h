@@ -32,6 +32,7 @@ struct RunSettings {
   bool quiet = false;         // no greeting
   bool databank = false;      // SET DB from the start
   bool safe = false;          // the command text is not trusted: see files.h
+  bool check = false;         // nothing is run: the commands are looked over for mistakes
   bool mirror_errors = true;  // on standard error, in a batch run
   bool mirror_warnings = false;
   std::string temp;     // VTEMP

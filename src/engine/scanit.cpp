@@ -1,6 +1,8 @@
 // SCANIT: the text of a command into its variable list and its option tokens.
 #include <algorithm>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "data/containers.h"
 #include "engine/commands.h"
@@ -8,6 +10,7 @@
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
+#include "engine/run.h"
 
 namespace korvel {
 
@@ -124,6 +127,7 @@ bool add_name(Workspace ws, std::string_view name, int column, const LagForm& la
     item.var = load_from_databank(ws, name);
     if (item.var < 0) return false;
   }
+  if (item.var == 0 && RUNCOM.settings.check && !accepts_new()) item.var = stand_in(name);
   if (item.var == 0) {
     if (!accepts_new()) {
       report_missing(name);
@@ -375,6 +379,14 @@ void scan_list(Workspace ws, Cursor& c) {
 }
 
 }  // namespace
+
+int stand_in(std::string_view name) {
+  static std::vector<std::string> names;
+  auto at = std::ranges::find(names, name);
+  if (at == names.end()) at = names.insert(names.end(), std::string(name));
+  const int number = DATCOM.MAXVAR - static_cast<int>(at - names.begin());
+  return number > DATCOM.NVARS + 1 ? number : 0;
+}
 
 void SCANIT(Workspace ws) {
   const Trace trace("SCANIT");

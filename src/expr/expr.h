@@ -15,6 +15,8 @@
 namespace korvel {
 
 void GENC(Workspace ws);  // all expression commands
+// Compiles the expression of the command without running it: only its mistakes matter.
+void check_formula(Workspace ws);
 
 // Next uniform deviate in (0,1); a seed other than 0 restarts the generator.
 double FRAND(double seed);

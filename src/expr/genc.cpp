@@ -148,6 +148,23 @@ bool run_formula(Workspace ws, const GenrJob& job, const TransJob& trans) {
   return good;
 }
 
+void check_formula(Workspace ws) {
+  Scratch room(ws, formula_words());
+  if (!room) return;
+  GenrJob job;
+  job.text = command_text();
+  job.ISTART = SCNCOM.ISTART;
+  job.IKOD = INPCOM.IKOD;
+  job.any_name = true;
+  if (job.IKOD == K_DERIVATI || job.IKOD == K_INTEGRAT) {
+    const int items = job.IKOD == K_DERIVATI ? 1 : 3;
+    for (int k = 0; k < items; ++k) {
+      if (!next_item(job.text, job.ISTART).good) return static_cast<void>(syntax_error());
+    }
+  }
+  GENR(ws, job, carve_formula(room.words()));
+}
+
 void GENC(Workspace ws) {
   const Trace trace("GENC");
   // 1. The range of observations.

@@ -80,7 +80,8 @@ struct GenrJob {
   // reported. When it is set no other variables may stand in the statement.
   int (*coefficient)(void* context, std::string_view name, int n) = nullptr;
   void* context = nullptr;
-  int listed = 0;  // entries that the caller has put into the list
+  bool any_name = false;  // names that don't exist yet stand for numbers: only the syntax counts
+  int listed = 0;         // entries that the caller has put into the list
 };
 
 // Compiles. Sets in GENCOM MGE, ICON, KCON, LHS, NLAG, NSUM, NTRS, NR, LHSROW, LHSCOL, in OCOM

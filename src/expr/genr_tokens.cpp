@@ -428,16 +428,35 @@ bool StatementScanner::temporary_value() {
       job_.text.substr(static_cast<std::size_t>(at_), word.size() + 1);
   const int number = VARNUM(ws_, with_sign);
   if (number >= 0) return fail_at(GENR_SYNTAX, behind);
-  const double value = temporary(-number - 1);
+  const double value = job_.any_name ? 1.0 : temporary(-number - 1);
   if (value == UNSET) {
     error_line<"(' ...ERROR..$', A, ' IS NOT CURRENTLY DEFINED')">(word);
     return fail_at(GENR_UNDEFINED, behind);
   }
-  if (OCOM.OPUT && OSCOM.OWARN) {
+  if (OCOM.OPUT && OSCOM.OWARN && !job_.any_name) {
     say<"(' ...NOTE..CURRENT VALUE OF $', A, '=', G15.7)">(word, value);
   }
   at_ = behind;
   const int slot = add_constant(value);
+  return slot != NO_OPERAND && push(slot);
+}
+
+// A name that stands for a number of which nothing is known: NAME, NAME:n or NAME(...).
+bool StatementScanner::unknown_name(int end) {
+  at_ = end;
+  const int behind = skip(end);
+  if (look(behind) == '(') {
+    ++parens_;
+    at_ = behind + 1;
+    return push_operator(OP_ABS) && push_operator(OP_OPEN);
+  }
+  if (look(behind) == ':') {
+    const int first = skip(behind + 1);
+    const std::string_view digits = word_at(first);
+    at_ = first + static_cast<int>(digits.size());
+    if (digits.empty()) return fail_at(GENR_SYNTAX, at_);
+  }
+  const int slot = add_constant(1.0);
   return slot != NO_OPERAND && push(slot);
 }
 
@@ -464,6 +483,7 @@ bool StatementScanner::word() {
   if (job_.coefficient != nullptr) return coefficient(name, end);
   int number = name_key(name);
   int operand = NO_OPERAND;
+  if (number == 0 && job_.any_name) return unknown_name(end);
   if (number == 0) {
     if (ikod_ != K_EQ || job_.parameter == nullptr) return fail_at(GENR_SYNTAX, end);
     operand = job_.parameter(job_.context, name);

@@ -73,6 +73,7 @@ class StatementScanner {
   bool character_constant();
   bool temporary_value();
   bool word();
+  bool unknown_name(int end);
   bool plus_minus(char c);
   bool close_bracket();
   bool dotted();

@@ -78,7 +78,8 @@ TEST(ReadStream, OneSeries) {
 
 TEST(ReadStream, GoesOnBehindItsData) {
   const Listing out = run_commands(
-      "READ X / OBS=2\n1\n2\nEND\nREAD Y / OBS=2\n3\n4\nTIME 1980 1\nREAD Z\n5\n6\nENDO\nTIME 1990 "
+      "READ X / OBS=2\n1\n2\nEND\nREAD Y / OBS=2\n3\n4\nTIME 1980 1\nREAD "
+      "Z\n5\n6\nENDIF(0.GT.1)\nTIME 1990 "
       "1\n");
   EXPECT_EQ(values("Z"), (V{5, 6}));
   EXPECT_EQ(DATCOM.ITIME1, 1990);

@@ -3,12 +3,15 @@
 
 check_terminal.py PROGRAM. The session is kept beside what was expected when something is missing.
 """
+import fcntl
 import os
 import pty
 import select
 import signal
+import struct
 import sys
 import tempfile
+import termios
 import time
 
 PROGRAM = sys.argv[1]
@@ -23,6 +26,7 @@ class Session:
         if self.pid == 0:
             os.chdir(home)
             os.environ.update(HOME=home, TERM="vt100", COLUMNS="100", LINES="24")
+            fcntl.ioctl(1, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 100, 0, 0))
             os.execv(PROGRAM, [PROGRAM, "-q"])
 
     def read(self, seconds):
@@ -67,10 +71,14 @@ with tempfile.TemporaryDirectory() as home:
     s.expect("|_")
     s.type("READ(pri\t", "ces.csv")  # a file
     s.type("\x15\r")  # the line is given up
-    s.type("GNER X=1\r", "DID YOU MEAN GENR?")
+    s.type("GNER X=1\r", "\x1b[31m ...ERROR")  # in red
+    s.expect("DID YOU MEAN GENR?")
     s.type("PRINT INCMOE\r", "DID YOU MEAN INCOME?")
     s.type("HELP SET CRYPT\r", "pass phrase")
     s.expect("|_")
+    s.type("HELP OLS\r", "MORE:")  # a page longer than the screen
+    s.type("\r", "MORE:")
+    s.type("q\r")
     # Ctrl-C leaves a long loop; the data are there.
     s.type("DO #=1,900000000\r", "| ")
     s.type("?GEN1 A=#\r", "| ")

@@ -1,0 +1,1 @@
+autocmd BufRead,BufNewFile *.kor,*.prc,*.PRC setfiletype korvel
