@@ -5,6 +5,7 @@
 
 #include "engine/output.h"
 #include "regress/ols_parts.h"
+#include "stats/shapiro_wilk.h"
 
 namespace korvel {
 namespace {
@@ -93,6 +94,18 @@ void durbin_h(const ResidualSums& s, double RHO) {
   if (OCOM.OPUT) say<"(' DURBIN H STATISTIC (ASYMPTOTIC NORMAL) =', G13.5)">(DURH);
 }
 
+// SET SPV: the statistic of Shapiro and Wilk.
+void print_shapiro(Workspace ws, const Estimate& est) {
+  const std::size_t n = est.residual.size();
+  if (n < 3) return;
+  Scratch scratch(ws, static_cast<std::int64_t>(n + n / 2));
+  if (!scratch) return;
+  const std::span<double> sorted = scratch.take(n);
+  std::ranges::copy(est.residual, sorted.begin());
+  std::ranges::sort(sorted);
+  say<"(' SHAPIRO-WILK STATISTIC =', G13.5)">(shapiro_wilk(sorted, scratch.take(n / 2)));
+}
+
 }  // namespace
 
 void OLSRES(Workspace ws, const Estimate& est) {
@@ -138,6 +151,7 @@ void OLSRES(Workspace ws, const Estimate& est) {
   // 4. The tests.
   if (OLSCOM.DLAG) durbin_h(s, RHO);
   if (OLSCOM.GF || OLSCOM.LM) test_normality(est, s);
+  if (OSCOM.OSPV && OCOM.OPUT) print_shapiro(ws, est);
   if (OLSCOM.LM && OLSCOM.DUMP) test_hall_pagan(est, s);
 }
 
