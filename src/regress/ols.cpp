@@ -7,6 +7,7 @@
 #include "data/data.h"
 #include "engine/commands.h"
 #include "engine/output.h"
+#include "regress/hhest.h"
 #include "regress/ols_parts.h"
 
 namespace korvel {
@@ -97,18 +98,13 @@ NameOption keep(const NameOption& option) {
 
 // The name of the first option in use that can't be served yet, empty when there is none.
 std::string_view unserved_option() {
-  if (chosen<"PLUSH">()) return "PLUSH";
-  if (chosen<"MISS">()) return "MISS";
   if (OLSCOM.GNUPLOT) {
     // Pictures, and plots behind earlier ones, are the business of the plot commands.
     if (OLSCOM.APPEND) return "APPEND";
     if (!named<"DEVICE">().text.empty() && named<"DEVICE">().text != "NONE") return "DEVICE";
     if (named<"OUTPUT">().text != "PLOT") return "OUTPUT";
   }
-  if (OLSCOM.METHOD != Method::HH) return {};
-  if (chosen<"EXACTDW">()) return "EXACTDW";
-  if (chosen<"DWPVALUE">()) return "DWPVALUE";
-  return "METHOD=HH";
+  return {};
 }
 
 bool incompatible() {
@@ -153,6 +149,8 @@ bool settle_options() {
   o.RECURSIV = chosen<"RECURSIV">();
   o.POLAR = chosen<"POLAR">();
   o.ORDER = integer_value<"ORDER">();
+  o.PLUSH = chosen<"PLUSH">();
+  o.MISS = chosen<"MISS">();
   o.GAP = integer_value<"GAP">();
   o.NMISS = integer_value<"NMISS">();
   o.NPOP = integer_value<"NPOP">();
@@ -183,10 +181,15 @@ bool settle_options() {
     }
   }
   if (int{o.LOGLOG} + int{o.LOGLIN} + int{o.LINLOG} > 1) return incompatible();
-  if (o.AUTCOV < 0) {
-    fail(" ...ERROR..IN RIGHT HAND SIDE OF OPTION..AUTCOV");
+  const auto wrong = [](std::string_view option) {
+    fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(option);
     return false;
-  }
+  };
+  if (o.AUTCOV < 0) return wrong("AUTCOV");
+  if (o.ORDER < 1) return wrong("ORDER");
+  if (o.GAP < 0) return wrong("GAP");
+  if (o.NMISS < 0) return wrong("NMISS");
+  if (!(o.RHO > -1.0 && o.RHO < 1.0)) return wrong("RHO");
   return true;
 }
 
@@ -353,6 +356,7 @@ void OLS(Workspace ws) {
     return fail<"(' ...ERROR..', I6, ' OBSERVATIONS IS NOT ENOUGH FOR ESTIMATION')">(DATCOM.NOB);
   }
   // 5. The fit, its tables and its stored results.
+  warn_unused_tests();
   OLSEST(ws, profile());
 }
 

@@ -8,6 +8,7 @@
 #include "engine/output.h"
 #include "expr/kernels/gsreg.h"
 #include "expr/kernels/packed.h"
+#include "regress/hhest.h"
 #include "regress/ols_parts.h"
 #include "regress/tests.h"
 
@@ -254,7 +255,9 @@ void OLSEST(Workspace ws, const ResultProfile& profile) {
   FitData data;
   data.in_place = read_in_place(n);
   if (o.HETCOV && !room_for_robust(n)) return;
-  Scratch scratch(ws, room_words(n, data.in_place));
+  const std::int64_t words = room_words(n, data.in_place);
+  if (o.METHOD == Method::HH) tell_householder_space(words);
+  Scratch scratch(ws, words);
   if (!scratch) return;
   FitRoom room = share_room(scratch, n, data.in_place);
   if (!load_data(ws, room, data, n)) return;
@@ -324,7 +327,7 @@ void OLSEST(Workspace ws, const ResultProfile& profile) {
   // 5. Results: tables, influence of single rows, variables, the estimate for TEST and its like.
   OLSOUT(ws, est);
   if (!room.hat.empty()) {
-    if (o.METHOD == Method::NORMAL) GSREG(data.x, room.work, room.factor, NF, {}, {});
+    if (o.METHOD != Method::GS) GSREG(data.x, room.work, room.factor, NF, {}, {});
     INFLUE(ws, est, data.raw, room.factor, room.hat, room.row);
   }
   store_results(ws, est, room.hat);

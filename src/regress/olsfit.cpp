@@ -1,5 +1,5 @@
-// The method branch of OLSEST: Gram-Schmidt on the data, or the normal equations with their
-// variants (ridge, stepwise, given coefficients, given moments, row by row).
+// The method branch of OLSEST: Gram-Schmidt on the data, Householder, or the normal equations with
+// their variants (ridge, stepwise, given coefficients, given moments, row by row).
 
 #include <algorithm>
 #include <array>
@@ -10,6 +10,7 @@
 #include "expr/kernels/gsreg.h"
 #include "expr/kernels/lsreg.h"
 #include "expr/kernels/packed.h"
+#include "regress/hhest.h"
 #include "regress/ols_parts.h"
 
 namespace korvel {
@@ -29,6 +30,12 @@ std::span<ListItem> columns_of_model() {
   return model_list().first(static_cast<std::size_t>(OLSCOM.NF));
 }
 
+void warn_collinear(Workspace ws, int column) {
+  warn<"(' ...WARNING..THIS USUALLY INDICATES PERFECT MULTICOLLINEARITY WITH VARIABLE ', A)">(
+      NAME(ws, model_list()[static_cast<std::size_t>(column - 1)].var));
+  temporary(T_ERR) = ERR_COLLINEAR;
+}
+
 // The fit failed: the reason, the variable that brought it about, the code for scripts.
 bool report_fault(Workspace ws, int IFAULT, std::int64_t rows, std::string_view caller) {
   OCOM.IFAULT = IFAULT;
@@ -36,9 +43,7 @@ bool report_fault(Workspace ws, int IFAULT, std::int64_t rows, std::string_view 
     fail<"(' ...ERROR..FEWER OBSERVATIONS THAN VARIABLES:', I10)">(rows);
   } else {
     MATINV(IFAULT, caller);
-    const auto place = static_cast<std::size_t>(std::abs(IFAULT) - 1);
-    warn<"(' ...WARNING..THIS USUALLY INDICATES PERFECT MULTICOLLINEARITY WITH VARIABLE ', A)">(
-        NAME(ws, model_list()[place].var));
+    warn_collinear(ws, std::abs(IFAULT));
   }
   temporary(T_ERR) = ERR_COLLINEAR;
   return false;
@@ -166,6 +171,45 @@ bool fit_gs(Workspace ws, FitData& data, FitRoom& room) {
     if (K <= MOST_EXACT) LSINVERSE(x, K, room.work, room.cov);
   }
   return range != Range::Scale || unscale(ws, room, room.scale);
+}
+
+// ---- Householder
+
+bool fit_hh(Workspace ws, FitData& data, FitRoom& room) {
+  const int NF = OLSCOM.NF;
+  const auto columns = static_cast<std::size_t>(NF);
+  HHCON();
+  if (data.rows < NF - 1) return report_fault(ws, FEWER_ROWS, data.rows, {});
+  HouseholderWork work = share_householder(room.work, NF, data.rows);
+  ColumnList x = data.x;
+  load_householder(x, work);
+  const Range range =
+      check_range(ws, data.x, [&](int j) { return work.squares[static_cast<std::size_t>(j - 1)]; });
+  if (range == Range::Refused) return false;
+  if (range == Range::Scale) {
+    choose_scales(data.raw, room.scale);
+    x.scale = room.scale;
+    load_householder(x, work);
+  }
+  if (!OLSCOM.weighted) {
+    householder_moments(work, room.means, room.squares);
+  } else if (range == Range::Scale) {
+    for (std::size_t k = 0; k < columns; ++k) {
+      room.means[k] *= room.scale[k];
+      room.squares[k] = room.squares[k] * room.scale[k] * room.scale[k];
+    }
+  }
+  warn_constants(ws, room.squares);
+  const int IFAULT = HHEST(x, work, room);
+  if (IFAULT != 0) {
+    OCOM.IFAULT = IFAULT;
+    fail(" ...ERROR..SINGULAR SYSTEM. NO SOLUTION");
+    warn_collinear(ws, IFAULT);
+    return false;
+  }
+  if (range == Range::Scale && !unscale(ws, room, room.scale)) return false;
+  HHLSM(ws, data, room, work);
+  return true;
 }
 
 // ---- Normal equations
@@ -345,6 +389,7 @@ std::int64_t fit_words(int NF, std::int64_t rows) {
     const std::int64_t start = OLSCOM.RECURSIV ? GSREG_words(NF, NF) : 0;
     return std::max(LSMOM_words(NF, rows), start);
   }
+  if (OLSCOM.METHOD == Method::HH) return HHEST_words(NF, rows);
   return std::max(GSREG_words(NF, rows), LSINVERSE_words(static_cast<int>(K), rows));
 }
 
@@ -352,8 +397,9 @@ bool fit_model(Workspace ws, FitData& data, FitRoom& room) {
   switch (OLSCOM.METHOD) {
     case Method::NORMAL:
       return fit_normal(ws, data, room);
+    case Method::HH:
+      return fit_hh(ws, data, room);
     case Method::GS:
-    case Method::HH:  // refused by OLS
       break;
   }
   return fit_gs(ws, data, room);

@@ -6,6 +6,7 @@
 //   olsbuild.cpp        rows that are made: complex data, double length, inverse lags
 //   olsweigh.cpp        WEIGHT=: weighted moments, roots of the weights
 //   olsfit.cpp          the method branch: Gram-Schmidt, normal equations, given coefficients
+//   hhest.cpp           the Householder fit; hhlsm.cpp its exact tests for autocorrelation
 //   stepwise.cpp        choice of regressors; recursive.cpp the fit one row at a time
 //   olslags.cpp         restricted fits: F test on restrictions, tests on lagged coefficients
 //   yhats.cpp           YHATS: robust covariance
@@ -54,7 +55,8 @@ struct OlsCom {
   bool PCOV = false, PCOR = false, ANOVA = false, DN = false, DLAG = false, GF = false, LM = false;
   bool MULSIGSQ = true, HETCOV = false, NORMALIZ = true, REPLICAT = false, UT = false;
   bool INFLUENC = false, DFBETAS = false, AUXRSQR = false, RESTRICT = false, RECURSIV = false;
-  bool POLAR = false, GNUPLOT = false, APPEND = false, DWPVALUE = false;
+  bool POLAR = false, GNUPLOT = false, APPEND = false;
+  bool DWPVALUE = false, PLUSH = false, MISS = false;
   Method METHOD = Method::GS;
   int AUTCOV = 0;  // lags of the robust covariance
   int ORDER = 1, GAP = 0, NMISS = 0;

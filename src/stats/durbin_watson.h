@@ -11,8 +11,8 @@ namespace korvel {
 struct DifferenceRows {
   std::size_t order = 1;
   std::size_t gap = 0;  // counted from 1
-  // Where each row stands in time: rising whole numbers from 0 on. Rows whose partner `order` places
-  // before them is missing have no difference. Empty: the rows follow one another.
+  // Where each row stands in time: rising whole numbers from 0 on. Rows whose partner `order`
+  // places before them is missing have no difference. Empty: the rows follow one another.
   std::span<const double> place{};
   // before[t] := the row (from 0) whose error is taken from that of row t, -1 when there is none.
   void partners(std::span<double> before) const;

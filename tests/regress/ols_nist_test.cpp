@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "engine/workspace.h"
@@ -63,17 +64,18 @@ struct Case {
 // Polynomials: the powers of X.
 constexpr const char* POWERS = "GENR X2=X*X\nGENR X3=X2*X\nGENR X4=X3*X\nGENR X5=X4*X\n";
 
-class Nist : public testing::TestWithParam<Case> {};
+class Nist : public testing::TestWithParam<std::tuple<Case, const char*>> {};
 
 TEST_P(Nist, Digits) {
-  const Case& c = GetParam();
+  const Case& c = std::get<0>(GetParam());
+  const std::string method = std::get<1>(GetParam());
   const Certified set = read_set(c.name);
   const std::size_t K = set.coefficient.size();
   const std::string N = std::to_string(c.N);
   korvel_test::run_commands("SAMPLE 1 " + N + "\nREAD(" KORVEL_TEST_DATA "/nist/" +
                             std::string(c.name) + ".dat) " + c.variables + " / SKIPLINE=60\n" +
                             (c.variables == std::string("Y X") ? POWERS : "") + "?OLS " + c.model +
-                            " COEF=B STDERR=SE\n");
+                            " COEF=B STDERR=SE METHOD=" + method + "\n");
   const auto b = elements(workspace(), VARNUM(workspace(), "B"));
   const auto se = elements(workspace(), VARNUM(workspace(), "SE"));
   ASSERT_EQ(b.size(), K);
@@ -92,14 +94,18 @@ TEST_P(Nist, Digits) {
 
 INSTANTIATE_TEST_SUITE_P(
     Linear, Nist,
-    testing::Values(Case{"Norris", 36, "Y X", "Y X /", true, 13.6, 13.4},
-                    Case{"Pontius", 40, "Y X", "Y X X2 /", true, 13.0, 13.3},
-                    Case{"NoInt1", 11, "Y X", "Y X / NOCONSTANT", false, 14.2, 14.5},
-                    Case{"Longley", 16, "Y X1-X6", "Y X1-X6 /", true, 14.1, 14.4},
-                    Case{"Wampler1", 21, "Y X", "Y X X2-X5 /", true, 14.5, 14.5},
-                    Case{"Wampler2", 21, "Y X", "Y X X2-X5 /", true, 12.7, 14.5},
-                    Case{"Wampler3", 21, "Y X", "Y X X2-X5 /", true, 14.5, 14.0}),
-    [](const auto& param) { return std::string(param.param.name); });
+    testing::Combine(testing::Values(Case{"Norris", 36, "Y X", "Y X /", true, 13.6, 13.4},
+                                     Case{"Pontius", 40, "Y X", "Y X X2 /", true, 13.0, 13.3},
+                                     Case{"NoInt1", 11, "Y X", "Y X / NOCONSTANT", false, 14.2,
+                                          14.5},
+                                     Case{"Longley", 16, "Y X1-X6", "Y X1-X6 /", true, 14.1, 14.4},
+                                     Case{"Wampler1", 21, "Y X", "Y X X2-X5 /", true, 14.5, 14.5},
+                                     Case{"Wampler2", 21, "Y X", "Y X X2-X5 /", true, 12.7, 14.5},
+                                     Case{"Wampler3", 21, "Y X", "Y X X2-X5 /", true, 14.5, 14.0}),
+                     testing::Values("GS", "HH")),
+    [](const auto& param) {
+      return std::string(std::get<0>(param.param).name) + std::get<1>(param.param);
+    });
 
 // The normal equations keep fewer digits and say so.
 TEST(NistNormal, LosesDigitsAndWarns) {

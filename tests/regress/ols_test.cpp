@@ -218,8 +218,6 @@ TEST(Ols, Failures) {
       {"IMLS C P I", " ...ERROR..REAL AND IMAGINARY COLUMNS MUST BE LISTED IN PAIRS"},
       {"OLS C I P (T) / DLRX", " ...ERROR..DLRX NEEDS A COLUMN IN PARENTHESES"},
       {"OLS C I / PCOMPONE=P", " ...ERROR..NO PRINCIPAL COMPONENTS IN REGRESSION"},
-      {"OLS C I / WEIGHT=T DWPVALUE", " ...ERROR..OPTION DWPVALUE IS NOT AVAILABLE YET"},
-      {"OLS C I / METHOD=HH", " ...ERROR..OPTION METHOD=HH IS NOT AVAILABLE YET"},
   };
   for (const Failure& f : cases) {
     const Listing out = textile(std::string(f.command) + "\n");

@@ -64,8 +64,8 @@ int HHDCMP(const HouseholderMatrix& x, std::span<double> squares, std::span<int>
   for (int j = 0; j < x.columns; ++j) {
     const auto place = static_cast<std::size_t>(j);
     // 1. The longest remaining column comes forward.
-    const auto best = static_cast<std::size_t>(std::max_element(left.begin() + j, left.end()) -
-                                               left.begin());
+    const auto best =
+        static_cast<std::size_t>(std::max_element(left.begin() + j, left.end()) - left.begin());
     if (best != place) {
       std::swap_ranges(x.column(j), x.column(j) + x.rows, x.column(static_cast<int>(best)));
       std::swap(order[place], order[best]);

@@ -1,5 +1,6 @@
-// Least squares by Householder reflections, with column pivoting: Businger and Golub (1965), "Linear
-// least squares solutions by Householder transformations", Numerische Mathematik 7, 269-276.
+// Least squares by Householder reflections, with column pivoting: Businger and Golub (1965),
+// "Linear least squares solutions by Householder transformations", Numerische Mathematik 7,
+// 269-276.
 #pragma once
 
 #include <cstdint>
@@ -7,9 +8,9 @@
 
 namespace korvel {
 
-// A matrix under decomposition, rows x columns, element (i, j) at a[j * ld + i]. Afterwards column j
-// holds R above the diagonal and, from the diagonal on, the vector v of its reflection
-// H = I - 2 v v'/v'v; the diagonal of R is alpha.
+// A matrix under decomposition, rows x columns, element (i, j) at a[j * ld + i]. Afterwards column
+// j holds R above the diagonal and, from the diagonal on, the vector v of its reflection H = I - 2
+// v v'/v'v; the diagonal of R is alpha.
 struct HouseholderMatrix {
   double* a = nullptr;
   std::int64_t rows = 0;

@@ -13,9 +13,9 @@ struct Decomposition {
   std::int64_t rows;
   int n;
   std::int64_t ld;
-  double* w;    // diagonal, then the singular values
-  double* e;    // superdiagonal: e[i] stands between w[i-1] and w[i]
-  double* v;    // null: not wanted
+  double* w;  // diagonal, then the singular values
+  double* e;  // superdiagonal: e[i] stands between w[i-1] and w[i]
+  double* v;  // null: not wanted
   bool left;
   double* row;  // n words
   double* t;    // rows words
@@ -216,8 +216,8 @@ int SVD(double* a, std::int64_t rows, int columns, std::int64_t ld, std::span<do
   // 2. The decomposition.
   double* const e = work.data();
   double* const row = e + columns;
-  Decomposition d{a, rows, columns, ld, values.data(), e, v, left, row, row + columns,
-                  vector_lanes()};
+  Decomposition d{a,   rows,          columns,       ld, values.data(), e, v, left,
+                  row, row + columns, vector_lanes()};
   d.bidiagonalise();
   if (v != nullptr) d.form_right();
   if (left) d.form_left();

@@ -192,8 +192,8 @@ int symmetric_eigen(double* a, int n, bool vectors, std::span<double> values,
   tridiagonalise(a, order, d, e, tau, p, lanes);
   if (vectors) form_vectors(a, order, tau, lanes);
   if (n > 0) e[n - 1] = 0.0;
-  Ql ql{vectors ? a : nullptr, order, d, e, rotations, rotations + (MOST_SWEEPS + 1) * order,
-        lanes};
+  Ql ql{
+      vectors ? a : nullptr, order, d, e, rotations, rotations + (MOST_SWEEPS + 1) * order, lanes};
   for (int l = 0; l < n; ++l) {
     for (int iteration = 0;; ++iteration) {
       const int m = ql.block_end(l);
