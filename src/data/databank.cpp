@@ -19,6 +19,7 @@
 #include "data/container_parts.h"
 #include "data/read_options.h"
 #include "engine/files.h"
+#include "engine/host.h"
 #include "engine/output.h"
 #include "engine/set.h"
 #include "expr/operators.h"
@@ -467,6 +468,7 @@ bool write_databank(const PrintJob& job, std::string_view typed_file) {
                       : form == "KORVEL" ? write_korvdata(one, file)
                                          : write_bank(one, x, file);
     if (!good || !commit_output_file(file)) return false;
+    tell_host("FILE_WRITE=", file.path());
   }
   return true;
 }

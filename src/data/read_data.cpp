@@ -5,6 +5,7 @@
 #include "data/read_job.h"
 #include "data/read_options.h"
 #include "engine/files.h"
+#include "engine/host.h"
 #include "engine/output.h"
 
 namespace korvel {
@@ -87,7 +88,7 @@ void prompt(const ReadJob& job) {
   }
   OUTLINE();
   say<"(I4, '  VARIABLES--ENTER ', A, ' ON NEW LINE WHEN DONE')">(
-      static_cast<int>(job.items.size()), std::string_view("END"));
+      static_cast<int>(job.items.size()), std::string_view(on_host() ? "$END" : "END"));
   main_output().flush();
 }
 

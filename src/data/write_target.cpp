@@ -5,6 +5,7 @@
 
 #include "data/read_options.h"
 #include "engine/commands.h"
+#include "engine/host.h"
 #include "engine/output.h"
 #include "engine/set.h"
 #include "engine/units.h"
@@ -163,7 +164,7 @@ void write_enciphered(PrintJob& job, const WriteTarget& target) {
   }
   const bool all = send_form(job, target, file);
   if (!all && file.error() == 0) return;
-  if (commit_output_file(file)) encipher_file(plain, path);
+  if (commit_output_file(file) && encipher_file(plain, path)) tell_host("FILE_WRITE=", path);
 }
 
 }  // namespace
@@ -199,6 +200,7 @@ void write_file(PrintJob& job, const WriteTarget& target) {
   const bool all = send_form(job, target, file);
   if (!all && file.error() == 0) return;
   if (!commit_output_file(file)) return;
+  tell_host("FILE_WRITE=", file.path());
   if (target.by_default && OCOM.OPUT) {
     say<"(' ...NOTE..DATA WRITTEN TO FILE: ', A)">(target.name);
   }

@@ -10,6 +10,7 @@
 #include "engine/file_command.h"
 #include "engine/files.h"
 #include "engine/help.h"
+#include "engine/host.h"
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
@@ -280,7 +281,11 @@ bool run_in_loop(Workspace ws) {
       MENU();
       return false;
     case K_STOP:
-      return true;
+      return !on_host() ||
+             stop_on_host(ws, std::string(SCNCOM.NWORDS > 0 ? TOKCOM.token[1].text : ""));
+    case K_PAUSE:
+      if (on_host() && !OSCOM.OSCAN) break_on_host();
+      return false;
     case K_PARM:
       return !OSCOM.OSCAN && set_par(ws);
     case K_SIZE:
@@ -300,8 +305,8 @@ bool run_in_loop(Workspace ws) {
       }
       return false;
     default:
-      // END closes blocks only; text commands were stored by the reader; PAUSE never waits here;
-      // the sub-commands of equation systems have no meaning outside their block.
+      // END closes blocks only; text commands were stored by the reader; the sub-commands of
+      // equation systems have no meaning outside their block.
       return false;
   }
 }
@@ -340,10 +345,14 @@ void drop_levels_in_scan_mode(Workspace ws) {
 // Ctrl-C in a talking run: the line or command is given up, and the loop that it stands in; the
 // session goes on.
 bool interrupted_at_prompt(Workspace ws) {
-  if (!OSCOM.OTALK || signal_received() != SIGINT) return false;
+  if ((!OSCOM.OTALK && !on_host()) || signal_received() != SIGINT) return false;
   forget_signal();
   drop_levels(ws);
   OCOM.OEOF = false;
+  if (on_host()) {
+    take_stop(ws);
+    return true;
+  }
   main_output().raw("\n");
   return true;
 }

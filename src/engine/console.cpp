@@ -113,9 +113,11 @@ ConsoleCall KORVELD(const std::vector<std::string>& arguments) {
     } else if (options && keyed(a, "PAR=", value)) {
       if (!whole_number(value, 9999999999, n)) return refuse("PAR= needs a whole number");
       if (n > 0) call.settings.par = n;
+      call.settings.par_given = n > 0;
     } else if (options && keyed(a, "SIZE=", value)) {
       if (!whole_number(value, LIMVAR / 100, n)) return refuse("SIZE= needs a whole number");
       if (n > 0) call.settings.maxvar = static_cast<int>(n);
+      call.settings.maxvar_given = n > 0;
     } else if (options && keyed(a, "TEMP=", value)) {
       call.settings.temp = value;
     } else if (options && keyed(a, "ENV=", value)) {

@@ -1,13 +1,17 @@
 #include "engine/help.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
 
 #include "engine/commands.h"
+#include "engine/host.h"
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
+#include "engine/start_files.h"
 #include "engine/terminal.h"
 #include "platform/line_editor.h"
 
@@ -16,7 +20,7 @@ namespace {
 
 // Prints a text of several lines.
 void print_text(std::string_view text) {
-  const int rows = OSCOM.OTALK ? terminal_rows() : 0;
+  const int rows = OSCOM.OTALK && !on_host() ? terminal_rows() : 0;
   int shown = 0;
   while (!text.empty() && !stop_requested()) {
     if (rows > 3 && ++shown % (rows - 1) == 0 && !wait_for_enter()) return;
@@ -86,6 +90,36 @@ void list_pages() {
   rows.end();
 }
 
+// The address of a file for a browser.
+std::string file_address(std::string_view path) {
+  constexpr std::string_view HEX = "0123456789ABCDEF";
+  std::string address = "file://";
+  for (const char c : path) {
+    if (NAMCHK(c) >= 0 || std::string_view("/-._~").find(c) != std::string_view::npos) {
+      address += c;
+      continue;
+    }
+    const auto byte = static_cast<unsigned char>(c);
+    address += '%';
+    address += HEX[byte / 16U];
+    address += HEX[byte % 16U];
+  }
+  return address;
+}
+
+// The introduction: in the host's browser where the pages of the manual lie as files, else as text.
+void open_introduction() {
+  const std::string folder = module_folder();
+  for (const std::string_view place :
+       {"manual/", "../share/doc/korvel/manual/", "../../share/doc/korvel/manual/"}) {
+    const std::string file = folder + std::string(place) + "README.html";
+    if (on_host() && access(file.c_str(), R_OK) == 0) {
+      return tell_host("MSG_GOHTTPEXT=", file_address(file));
+    }
+  }
+  if (const HelpPage* page = help_page("README")) print_text(page->text);
+}
+
 }  // namespace
 
 const HelpPage* help_page(std::string_view name) {
@@ -111,6 +145,7 @@ void HELP(Workspace) {
     tail.remove_prefix(words.back().size());
   }
   if (words.empty()) return list_pages();
+  if (words[0] == "INTRO") return open_introduction();
   // 2. A page by its name, or the page of a command by its word.
   const HelpPage* page = help_page(words[0]);
   if (page == nullptr) page = help_page(find_command(words[0].substr(0, KEYLEN)));

@@ -14,6 +14,7 @@
 #include "engine/commands.h"
 #include "engine/completion.h"
 #include "engine/files.h"
+#include "engine/host.h"
 #include "engine/options.h"
 #include "engine/output.h"
 #include "engine/redirect.h"
@@ -100,6 +101,7 @@ bool read_physical(std::string_view& line) {
     if (stack.size() == 1) return false;
     stack.pop_back();
     forget_closed_inputs();
+    if (on_host() && stack.size() == 1 && !OSCOM.OTALK) talk_again();
   }
   return false;
 }
@@ -369,6 +371,8 @@ Prefix take_prefixes(int& at) {
             std::string_view(OSCOM.OKOD ? "TRUE" : "FALSE"));
         break;
       case '^':
+        if (on_host() && !OSCOM.OSCAN) break_on_host();
+        break;
       case '=':
         break;
       case '/': {
@@ -474,7 +478,12 @@ void INPUT(Workspace ws) {
     INPCOM.IECHO = 0;
     OCOM.OPUT = OSCOM.OOPUT;
     OCOM.OEOF = false;
-    if (!read_command(ws)) {
+    bool read = false;
+    {
+      const AtPrompt waiting;
+      read = read_command(ws);
+    }
+    if (!read) {
       OCOM.OEOF = true;
       return;
     }
@@ -547,6 +556,12 @@ bool push_command_input(std::string_view typed, int unit) {
   if (follows) IOCOM.INDATA = IOCOM.L5;
   inputs().stack.push_back(std::move(source));
   return true;
+}
+
+void return_to_first_input(Workspace ws) {
+  drop_levels(ws);
+  if (inputs().stack.size() > 1) inputs().stack.resize(1);
+  forget_closed_inputs();
 }
 
 void return_to_main_input() {

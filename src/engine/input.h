@@ -29,6 +29,8 @@ void close_command_inputs();
 // FILE INPUT and SET INUNIT: commands come from a file until it ends; L5 and INDATA are then as
 // before. False after a reported failure, the input unchanged. `unit` is 0 for FILE INPUT.
 bool push_command_input(std::string_view typed, int unit);
+// All inputs above the first one are left, with the levels in them.
+void return_to_first_input(Workspace ws);
 // SET INUNIT=5: files that were pushed are left, with all that runs in them.
 void return_to_main_input();
 // Whether commands are being read from that file, at any depth.

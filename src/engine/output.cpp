@@ -9,6 +9,7 @@
 
 #include "engine/bodies.h"
 #include "engine/files.h"
+#include "engine/host.h"
 #include "engine/input.h"
 #include "engine/redirect.h"
 #include "engine/run.h"
@@ -32,6 +33,7 @@ constinit OutBlock OUTBUF = blank_block();
 namespace {
 
 void write_error_stream(std::string_view text) {
+  if (on_host()) return send_line(right_trimmed(text.substr(0, text.find('\n'))));
   std::size_t done = 0;
   while (done < text.size()) {
     const ssize_t n = write(2, text.data() + done, text.size() - done);
@@ -98,6 +100,7 @@ void OUTLINE() {
   bool dropped = false;
   const bool redirected = IOCOM.LOUT != 0;
   const bool mirrored = !redirected && OSCOM.OSCR && IOCOM.L86 != 0;
+  const bool to_host = !redirected && on_host() && !IOCOM.O6;
   TextOutput& unit = redirected ? redirect() : main_output();
   for (int i = 0; i < n; ++i) {
     auto& line = OUTBUF.LINEBUF[static_cast<std::size_t>(i)];
@@ -106,7 +109,9 @@ void OUTLINE() {
       if (!redirected) ++OUTBUF.ILINE;
       const auto length = static_cast<std::size_t>(LENTRM({line.data(), LINELEN}));
       const std::string_view record(line.data(), length == 0 ? 1 : length);
-      if (OSCOM.OTALK && !redirected && unit.descriptor() == 1 && colours()) {
+      if (to_host) {
+        send_line(record.substr(0, length));
+      } else if (OSCOM.OTALK && !redirected && unit.descriptor() == 1 && colours()) {
         std::string room;
         unit.line(coloured(record, room));
       } else {
@@ -116,7 +121,8 @@ void OUTLINE() {
     }
     line.fill(' ');
     // SET PAUSE: a page at a time, for a person at a terminal.
-    if (OSCOM.OPAUSE && OSCOM.OTERM && OSCOM.OTALK && OUTBUF.ILINE >= PAGE && isatty(0) == 1) {
+    if (OSCOM.OPAUSE && OSCOM.OTERM && OSCOM.OTALK && OUTBUF.ILINE >= PAGE &&
+        (on_host() || isatty(0) == 1)) {
       OUTBUF.ILINE = 0;
       if (!wait_for_enter()) dropped = true;
     }
@@ -124,6 +130,7 @@ void OUTLINE() {
   OUTBUF.IVL = 1;
   if (OSCOM.OFLUSH) {
     unit.flush();
+    flush_host();
     if (mirrored) screen_mirror().flush();
   }
   check_output();

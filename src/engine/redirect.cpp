@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "engine/files.h"
+#include "engine/host.h"
 #include "engine/output.h"
 #include "engine/run.h"
 #include "engine/units.h"
@@ -112,7 +113,7 @@ void change_output(std::string_view typed) {
   if (typed.empty()) {
     const std::string& start = RUNCOM.settings.output;
     if (start.empty() || start == "-") {
-      main_output().attach(1);
+      main_output().attach(screen_descriptor());
       IOCOM.O6 = false;
     } else if (main_output().name() != start) {
       AFILO(main_output(), IOCOM.L6, start, {.position = "APPEND"});
@@ -133,6 +134,15 @@ void mirror_screen(std::string_view typed) {
   if (path.empty() || !AFILO(redirects().screen, SCREEN_UNIT, path, {})) return;
   OSCOM.OSCR = true;
   IOCOM.L86 = SCREEN_UNIT;
+}
+
+bool keep_log(bool start) {
+  const std::string& name = RUNCOM.settings.log;
+  if (name.empty()) return true;
+  if (!redirects().screen.change(name, !start, false)) return false;
+  OSCOM.OSCR = true;
+  IOCOM.L86 = SCREEN_UNIT;
+  return true;
 }
 
 void mirror_keyboard(std::string_view typed) {
@@ -209,7 +219,8 @@ bool is_redirect(dev_t device, ino_t inode) {
 }
 
 void raw_line(std::string_view text) {
-  const bool terminal = IOCOM.LOUT == 0 && main_output().terminal();
+  const bool screen = on_host() ? !IOCOM.O6 : main_output().terminal();
+  const bool terminal = IOCOM.LOUT == 0 && screen;
   do {
     Line row;
     row.text(text.substr(0, LINELEN));

@@ -25,6 +25,9 @@ void change_output(std::string_view typed);
 // FILE SCREEN: sets OSCR and L86; the lines of the normal output are copied to the file.
 void mirror_screen(std::string_view typed);
 TextOutput& screen_mirror();
+// The copy of the screen that a whole run keeps (RunSettings.log): opened at the start, and gone on
+// with behind a RESET. False when its file can't be written.
+bool keep_log(bool start);
 // FILE KEYBOARD: commands are copied to the file as they were typed; an empty name ends it.
 void mirror_keyboard(std::string_view typed);
 bool keyboard_copied();

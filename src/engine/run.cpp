@@ -14,15 +14,18 @@
 #include "engine/bodies.h"
 #include "engine/commands.h"
 #include "engine/files.h"
+#include "engine/host.h"
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
 #include "engine/redirect.h"
 #include "engine/results_file.h"
 #include "engine/set.h"
+#include "engine/start_files.h"
 #include "engine/units.h"
 #include "expr/expr.h"
 #include "platform/child.h"
+#include "platform/progress.h"
 #include "platform/signals.h"
 #include "platform/text_input.h"
 
@@ -35,6 +38,7 @@ namespace {
 constexpr std::string_view VERSION = "KORVEL - Version 11.0";
 
 void tell(const std::string& text) {
+  if (on_host()) return send_line(" ...ERROR.." + text);
   const std::string line = "korvel: " + text + "\n";
   if (write(2, line.data(), line.size()) < 0) return;
 }
@@ -61,11 +65,12 @@ void print_banner() {
   say(stars);
 }
 
-// The named input; a missing one is asked for once on standard input.
-std::unique_ptr<TextInput> open_input(RunSettings& settings) {
+// The named input; a missing one is asked for once on standard input, or of the host. Without a
+// name the keyboard, or the host's lines, which in any case wait below a named input.
+std::unique_ptr<TextInput> open_input(RunSettings& settings, TextInput* host) {
   if (settings.have_commands) return memory_text(settings.commands, "-c");
-  if (settings.input.empty()) return keyboard_input();
-  if (settings.input == "-") return standard_text();
+  if (settings.input.empty()) return on_host() ? nullptr : keyboard_input();
+  if (settings.input == "-") return standard_text();  // never on a host: see run_korvel
   std::string name = settings.input;
   for (int tries = 0; tries < 8; ++tries) {
     auto source = open_text(name);
@@ -73,11 +78,17 @@ std::unique_ptr<TextInput> open_input(RunSettings& settings) {
       settings.input = name;
       return source;
     }
-    main_output().raw(name + " IS NOT FOUND, ENTER NEW INPUTFILE..\n");
-    main_output().flush();
-    auto keyboard = standard_text();
+    const std::string question = name + " IS NOT FOUND, ENTER NEW INPUTFILE..";
+    std::unique_ptr<TextInput> keyboard;
+    if (host != nullptr) {
+      send_line(question);
+    } else {
+      main_output().raw(question + "\n");
+      main_output().flush();
+      keyboard = standard_text();
+    }
     std::string_view line;
-    if (!keyboard->line(line) || trimmed(line).empty()) break;
+    if (!(host != nullptr ? host : keyboard.get())->line(line) || trimmed(line).empty()) break;
     name = trimmed(line);
   }
   tell(settings.input + ": " + std::strerror(ENOENT));  // NOLINT(concurrency-mt-unsafe)
@@ -96,7 +107,7 @@ bool same_file(const std::string& a, const std::string& b) {
 bool open_output(const RunSettings& settings) {
   if (settings.check) return main_output().open("/dev/null");  // the mistakes alone are shown
   if (settings.output.empty() || settings.output == "-") {
-    main_output().attach(1);
+    main_output().attach(screen_descriptor());
     return true;
   }
   if (main_output().open(settings.output)) {
@@ -117,8 +128,36 @@ void too_little_memory(std::int64_t largest) {
                                                                                       largest);
 }
 
+// Sizes and folders of the file of settings, where the start did not give them.
+void configure(std::string& complaint) {
+  const Configuration c = read_configuration(complaint);
+  RunSettings& settings = RUNCOM.settings;
+  if (!settings.par_given && c.IPAR > 0) settings.par = c.IPAR;
+  if (!settings.maxvar_given && c.IMAX > 0) settings.maxvar = c.IMAX;
+  RUNCOM.path = c.VPREF;
+  RUNCOM.vproc = c.VPROC;
+  const char* folder = std::getenv("TEMP");               // NOLINT(concurrency-mt-unsafe)
+  if (folder == nullptr) folder = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe)
+  if (!c.VTEMP.empty()) folder = c.VTEMP.c_str();
+  RUNCOM.vtemp = !settings.temp.empty() ? settings.temp : (folder != nullptr ? folder : "/tmp/");
+  if (!RUNCOM.vtemp.ends_with('/')) RUNCOM.vtemp += '/';
+}
+
+// The file of initial commands is read before the run's own input. A run whose commands are not
+// trusted has none: what it may do is settled by its start alone.
+void read_start_file(std::string complaint) {
+  std::unique_ptr<TextInput> source;
+  if (!RUNCOM.settings.safe && !RUNCOM.settings.check) {
+    source = open_start_file(RUNCOM.path, complaint);
+  }
+  if (!complaint.empty()) warn<"(' ...WARNING..', A)">(complaint);
+  if (source == nullptr) return;
+  say<"(' ...NOTE..USING INITIAL COMMANDS FROM FILE: ', A)">(source->name());
+  open_command_input(std::move(source));
+}
+
 // Runs the loop until the run ends; SIZE and PAR come back for a new workspace.
-int command_loop() {
+int command_loop(const std::string& complaint) {
   std::int64_t largest = 0;
   if (!new_workspace(RUNCOM.settings.par, RUNCOM.settings.maxvar, &largest)) {
     too_little_memory(largest);
@@ -130,6 +169,8 @@ int command_loop() {
   OSCOM.ODB = RUNCOM.settings.databank;
   if (IOCOM.O6) begin_web_form(RUNCOM.settings.output);
   if (!RUNCOM.settings.quiet) print_banner();
+  tell_start();
+  read_start_file(complaint);
   for (;;) {
     AAA(ws);
     if (RUNCOM.ended || (INPCOM.IKOD != K_SIZE && INPCOM.IKOD != K_PARM)) break;
@@ -142,6 +183,8 @@ int command_loop() {
     }
     RUNCOM.par = wanted;
     ws = workspace();
+    tell_host(INPCOM.IKOD == K_PARM ? "SET_PAR=" : "SET_SIZE=",
+              std::int64_t{INPCOM.IKOD == K_PARM ? ADDCOM.MAXADD : MACOM.MAXVAR});
     if (INPCOM.IKOD == K_PARM) say<"(' PAR IS NOW SET AT', I12)">(wanted);
     RESET(ws);
   }
@@ -161,6 +204,7 @@ int finish(int status) {
   close_data_files();
   release_units();
   close_redirects();
+  if (on_host()) close_host(workspace());
   main_output().flush();
   const bool closed = main_output().close();
   const int error = main_output().error();
@@ -184,6 +228,7 @@ int finish(int status) {
 
 void RESET(Workspace ws) {
   const Trace trace("RESET");
+  ask_before_reset();
   // 1. Loops and procedures end; the workspace is empty, its size stays.
   drop_levels(ws, true);
   const int maxvar = MACOM.MAXVAR;
@@ -204,6 +249,7 @@ void RESET(Workspace ws) {
   MACOM.XMISS = MaCom{}.XMISS;
   GENCOM = GenCom{};
   FCOM = FCom{};
+  VPLCOM = VplCom{};
   set_ranseed(0);
   set_ranlevel(4);
   OSCOM.ORANST = false;
@@ -219,11 +265,19 @@ void RESET(Workspace ws) {
   release_units();
   close_redirects();
   reset_settings();
+  keep_log(false);
+  tell_host("RESET");
 }
 
 int run_korvel(const RunSettings& settings) {
   RUNCOM = RunCom{};
   RUNCOM.settings = settings;
+  MACOM = MaCom{};
+  MACOM.MOS = settings.MOS;
+  if (on_host() && settings.input == "-") RUNCOM.settings.input.clear();
+  OUTBUF.ILINE = 0;
+  close_command_inputs();
+  show_progress(!on_host());
   OSCOM = OsCom{};
   INPCOM = InpCom{};
   OCOM = OCom{};
@@ -231,19 +285,21 @@ int run_korvel(const RunSettings& settings) {
   forget_signal();
   int status = EXIT_GOOD;
   try {
-    main_output().attach(1);
-    auto source = open_input(RUNCOM.settings);
-    if (source == nullptr) return EXIT_CALL;
+    main_output().attach(screen_descriptor());
+    auto source = on_host() ? host_input() : nullptr;
+    auto named_source = open_input(RUNCOM.settings, source.get());
+    const bool named = settings.have_commands || !RUNCOM.settings.input.empty();
+    if (!on_host()) source = std::move(named_source);
+    if (source == nullptr || (on_host() && named && named_source == nullptr)) return EXIT_CALL;
     if (!settings.output.empty() && same_file(settings.input, settings.output)) {
       tell(settings.output + ": is the input of this run");
       return EXIT_CALL;
     }
     if (!open_output(RUNCOM.settings)) return EXIT_CALL;
     // A run talks when it has no named input and a person may sit at the keyboard.
-    const bool named = settings.have_commands || !settings.input.empty();
     OSCOM.OTALK = !named && source->terminal();
     OSCOM.OECHO = !OSCOM.OTALK;
-    if (!OSCOM.OTALK) RUNCOM.script = script_name(RUNCOM.settings);
+    if (!OSCOM.OTALK && !on_host()) RUNCOM.script = script_name(RUNCOM.settings);
     if (!settings.results.empty()) {
       if (same_file(settings.input, settings.results)) {
         tell(settings.results + ": is the input of this run");
@@ -256,11 +312,14 @@ int run_korvel(const RunSettings& settings) {
     }
     IOCOM.O5 = named;
     open_command_input(std::move(source));
-    const char* folder = std::getenv("TEMP");               // NOLINT(concurrency-mt-unsafe)
-    if (folder == nullptr) folder = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe)
-    RUNCOM.vtemp = !settings.temp.empty() ? settings.temp : (folder != nullptr ? folder : "/tmp/");
-    if (!RUNCOM.vtemp.ends_with('/')) RUNCOM.vtemp += '/';
-    status = command_loop();
+    if (named_source != nullptr) open_command_input(std::move(named_source));
+    if (!keep_log(true)) {
+      tell(settings.log + ": " + std::strerror(errno));  // NOLINT(concurrency-mt-unsafe)
+      return EXIT_CALL;
+    }
+    std::string complaint;
+    configure(complaint);
+    status = command_loop(complaint);
   } catch (const std::bad_alloc&) {
     tell("no memory left");
     status = EXIT_NOROOM;

@@ -25,6 +25,8 @@ enum ExitStatus : int {
 struct RunSettings {
   std::int64_t par = 20480;  // workspace in kilobytes
   int maxvar = 1000;
+  bool par_given = false, maxvar_given = false;  // else the file of settings may say them
+  int MOS = 16;          // kind of host: 30 and 33 are driven through host.h
   std::string input;     // file of commands, "-" standard input, empty: keyboard
   std::string output;    // output file, empty or "-": standard output
   std::string commands;  // -c: commands instead of an input
@@ -37,6 +39,7 @@ struct RunSettings {
   bool mirror_warnings = false;
   std::string temp;     // VTEMP
   std::string results;  // file of results as JSON, empty: none
+  std::string log;      // copy of the screen for the whole run, empty: none
 };
 
 struct RunCom {

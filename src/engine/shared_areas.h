@@ -49,6 +49,7 @@ struct AddCom {
   std::int64_t NEED = 0;    // words that a failed request wanted, for NOCORE
   int KCOEF = 0;            // variable number of the last COEF= result, 0 none
   int KCOV = 0;             // variable number of the last COVARIAN= result, 0 none
+  int IDBJ = 0;             // 1 while the last ARIMA estimate can be forecast from (BJCOM.last)
   int KTEST = 0;            // 1 while the last estimate can be tested; see clear_estimate()
 };
 inline constinit AddCom ADDCOM{};
@@ -145,6 +146,14 @@ struct OsCom {
   bool OBYV = false, OXML = false, ODEB = false, OD52 = false, OD53 = false, OD54 = false;
 };
 inline constinit OsCom OSCOM{};
+
+// Plot files: numbers of the next names that the engine makes (D001.GNU, C001.GNU). RESET sets them
+// to 1.
+struct VplCom {
+  int NDATA = 1;
+  int NCOMM = 1;
+};
+inline constinit VplCom VPLCOM{};
 
 // Words of the formula compiler that outlive one call and are read by its callers.
 struct GenCom {

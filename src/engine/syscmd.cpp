@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "engine/files.h"
+#include "engine/host.h"
 #include "engine/output.h"
 #include "engine/redirect.h"
 #include "engine/run.h"
@@ -77,6 +78,7 @@ void start_gnuplot(std::string_view tail) {
   }
   line += "' ";
   line += tail;
+  if (on_host()) line += " >/dev/null 2>&1";
   const std::array<std::string, 3> words = {"/bin/sh", "-c", line};
   if (start_child(words) < 0) {
     fail<"(' ...ERROR..GNUPLOT DID NOT START: ', A)">(message(errno));
@@ -88,8 +90,9 @@ void run_shell(std::string_view text) {
   if (text.size() > MOST_TEXT) return fail(" ...ERROR..STATEMENT TOO LONG");
   const std::array<std::string, 3> words = {"/bin/sh", "-c", std::string(text)};
   ChildIo io;
-  io.inherit_input = OSCOM.OTALK && isatty(0) == 1;
-  if (!OSCOM.OSPV) {
+  // The screen and the keyboard of a host are not those of its process.
+  io.inherit_input = OSCOM.OTALK && !on_host() && isatty(0) == 1;
+  if (!OSCOM.OSPV || on_host()) {
     const bool watched = main_output().terminal();
     io.line = [watched](std::string_view line) {
       raw_line(line);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "engine/files.h"
+#include "engine/host.h"
 #include "engine/output.h"
 
 namespace korvel {
@@ -38,6 +39,10 @@ std::string_view coloured(std::string_view line, std::string& room) {
 }
 
 bool wait_for_enter() {
+  if (on_host()) {
+    break_on_host();
+    return !stop_requested();
+  }
   main_output().raw(" MORE: ENTER, OR Q TO LEAVE ");
   main_output().flush();
   char answer = '\n';

@@ -66,22 +66,6 @@ bool make_pipe(Pipe& made) {
   return made.read.open() && made.write.open();
 }
 
-// While a child is fed, a closed pipe is a write error and no signal; the host's choice comes back.
-class PipeSignalOff {
- public:
-  PipeSignalOff() {
-    struct sigaction off {};
-    off.sa_handler = SIG_IGN;
-    sigaction(SIGPIPE, &off, &old_);
-  }
-  PipeSignalOff(const PipeSignalOff&) = delete;
-  PipeSignalOff& operator=(const PipeSignalOff&) = delete;
-  ~PipeSignalOff() { sigaction(SIGPIPE, &old_, nullptr); }
-
- private:
-  struct sigaction old_ {};
-};
-
 // Actions and attributes of posix_spawn, freed at the end.
 struct Spawn {
   posix_spawn_file_actions_t actions;
@@ -325,7 +309,7 @@ ChildEnd run_child(std::span<const std::string> words, const ChildIo& io) {
     streams.out = file.get();
   }
   // 2. The child, and its ends of the pipes closed here, so that their close can be seen.
-  const PipeSignalOff quiet;
+  const WriteSignalsOff quiet;
   const pid_t child = spawn(words, streams, &end.error);
   if (child < 0) return end;
   input.read.reset();

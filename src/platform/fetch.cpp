@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/progress.h"
 #include "platform/signals.h"
 
 #ifdef KORVEL_CURL
@@ -108,7 +109,7 @@ Fetched fetch(const std::string& url, const std::string& user, const std::string
     c.cleanup(handle);
     return {.code = CURLE_WRITE_ERROR, .cause = std::strerror(cause)};  // NOLINT
   }
-  transfer.show = isatty(2) == 1;
+  transfer.show = progress_shown();
   c.set(handle, CURLOPT_URL, url.c_str());
 #if LIBCURL_VERSION_NUM >= 0x075500
   // A page must not send us on to a file of this machine.

@@ -10,16 +10,21 @@ namespace {
 constexpr auto SILENT = std::chrono::seconds(2);
 constexpr auto STEP = std::chrono::milliseconds(200);
 
+bool allowed = true;
+
 void write_terminal(std::string_view text) {
   if (write(2, text.data(), text.size()) < 0) return;  // nobody to tell
 }
 
 }  // namespace
 
+bool progress_shown() { return allowed && isatty(2) == 1; }
+void show_progress(bool on) { allowed = on; }
+
 Progress::Progress(std::string_view what, std::uint64_t total, bool wanted)
     : what_(what),
       total_(total),
-      live_(wanted && total > 0 && isatty(2) == 1),
+      live_(wanted && total > 0 && progress_shown()),
       next_(std::chrono::steady_clock::now() + SILENT) {}
 
 Progress::~Progress() {

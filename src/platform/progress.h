@@ -10,6 +10,11 @@
 
 namespace korvel {
 
+// Whether anything may be shown on standard error: it is a terminal, and not one that belongs to a
+// host's process (show_progress(false)).
+bool progress_shown();
+void show_progress(bool on);
+
 // Once two seconds have passed, a line such as " READING DATA ... 43%" stands on standard error and
 // is written over as the work goes on; the destructor takes it away. Nothing is written when
 // standard error is no terminal.

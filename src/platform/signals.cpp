@@ -2,12 +2,15 @@
 
 #include <sys/resource.h>
 
-#include <csignal>
+#include <atomic>
+#include <ctime>
 
 namespace korvel {
 namespace {
 
 volatile std::sig_atomic_t received = 0;
+
+std::int32_t* watched = nullptr;
 
 void remember(int number) { received = number; }
 
@@ -35,8 +38,48 @@ void limit_resources() {
   setrlimit(RLIMIT_CORE, &none);
 }
 
-int signal_received() { return received; }
+int signal_received() {
+  if (received != 0) return received;
+  if (watched == nullptr) return 0;
+  const std::int32_t wish = std::atomic_ref(*watched).load(std::memory_order_relaxed);
+  if (wish == 0) return 0;
+  return wish == 1 ? SIGINT : SIGTERM;
+}
 
-void forget_signal() { received = 0; }
+void forget_signal() {
+  received = 0;
+  std::int32_t one = 1;
+  if (watched != nullptr) std::atomic_ref(*watched).compare_exchange_strong(one, 0);
+}
+
+void ask_to_stop() { received = SIGINT; }
+
+void watch_stop(std::int32_t* word) { watched = word; }
+
+void clear_stop() {
+  received = 0;
+  if (watched != nullptr) std::atomic_ref(*watched).store(0);
+}
+
+WriteSignalsOff::WriteSignalsOff() {
+  sigset_t off, pending;
+  sigemptyset(&off);
+  sigaddset(&off, SIGPIPE);
+  sigaddset(&off, SIGXFSZ);
+  sigpending(&pending);
+  pipe_pending_ = sigismember(&pending, SIGPIPE) == 1;
+  size_pending_ = sigismember(&pending, SIGXFSZ) == 1;
+  pthread_sigmask(SIG_BLOCK, &off, &old_);
+}
+
+WriteSignalsOff::~WriteSignalsOff() {
+  sigset_t ours;
+  sigemptyset(&ours);
+  if (!pipe_pending_) sigaddset(&ours, SIGPIPE);
+  if (!size_pending_) sigaddset(&ours, SIGXFSZ);
+  const timespec at_once{0, 0};
+  while (sigtimedwait(&ours, nullptr, &at_once) > 0) continue;
+  pthread_sigmask(SIG_SETMASK, &old_, nullptr);
+}
 
 }  // namespace korvel
