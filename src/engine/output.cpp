@@ -96,7 +96,10 @@ constexpr int PAGE = 20;  // lines between two pauses
 void OUTLINE() {
   const int n = std::min(OUTBUF.IVL, MAXLINES);
   OUTBUF.lines = 0;
-  if (n <= 0) return;
+  if (n <= 0) {
+    OUTBUF.IVL = 1;
+    return;
+  }
   bool dropped = false;
   const bool redirected = IOCOM.LOUT != 0;
   const bool mirrored = !redirected && OSCOM.OSCR && IOCOM.L86 != 0;

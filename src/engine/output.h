@@ -112,6 +112,20 @@ void fail(const Args&... args) {
   mark_failed();
 }
 
+// A warning line that means failure: printed under SET WARN like any warning, but counted and
+// mirrored as an error, so that a run which goes over to scan mode here doesn't end as if all were
+// well.
+template <FixedText FMT, class... Args>
+void fail_warning(const Args&... args) {
+  Line row;
+  row.put<FMT>(args...);
+  mirror_error(row.data());
+  if (!OSCOM.OWARN) OUTBUF.IVL = 0;
+  if (!OSCOM.OWARN) row.blank(1, LINELEN);
+  OUTLINE();
+  mark_failed();
+}
+
 // Announces a routine under SET TRACE, at its start and at its end. Costs one test otherwise.
 class Trace {
  public:

@@ -223,17 +223,18 @@ void zero_new_target(const Run& run, bool conditional) {
 bool finish_stopped(Run& run, bool at_last) {
   const Source& source = run.source(run.exhausted);
   GENCOM.LASTN = run.obs - 1 + source.offset;
+  if (!at_last) {
+    fail_warning<"(' ...WARNING..FINISHED AT OBS', I5, ' THE LENGTH OF ', A)">(
+        GENCOM.LASTN, NAME(run.ws, source.variable));
+    return false;
+  }
   warn<"(' ...WARNING..FINISHED AT OBS', I5, ' THE LENGTH OF ', A)">(GENCOM.LASTN,
                                                                      NAME(run.ws, source.variable));
-  if (at_last) {
-    if (OCOM.ONEWV && run.target > 0) {
-      const int A = run.ws.KADD(GENCOM.NTRS);
-      run.ws.DATA(A + 2) = GENCOM.LASTN;
-    }
-    return true;
+  if (OCOM.ONEWV && run.target > 0) {
+    const int A = run.ws.KADD(GENCOM.NTRS);
+    run.ws.DATA(A + 2) = GENCOM.LASTN;
   }
-  mark_failed();
-  return false;
+  return true;
 }
 
 }  // namespace

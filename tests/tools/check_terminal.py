@@ -94,11 +94,16 @@ with tempfile.TemporaryDirectory() as home:
     s.type("\x1b[A\x1b[A\r", "10.00000")  # the last line but one: PRINT INCOME
     s.expect("|_")
     # The prompt is shown a moment before the keys are the editor's: an early Ctrl-D is the terminal's.
+    time.sleep(0.2)
     for _ in range(20):
         os.write(s.fd, b"\x04")
-        s.read(0.5)
+        while s.read(0.5) and "COMPLETED" not in s.screen:
+            pass
         if "COMPLETED" in s.screen:
             break
+        time.sleep(0.2)
+        os.write(s.fd, b"\r")
+        s.read(0.2)
     s.expect("COMPLETED")
     _, status = os.waitpid(s.pid, 0)
     history = open(os.path.join(home, ".korvel_history")).read()
