@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "arima/arima.h"
 #include "data/data.h"
 #include "engine/bodies.h"
 #include "engine/commands.h"
@@ -107,7 +108,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("DIAGNOSE"),
     row("INSTRUME"),
     row("TABLES", nullptr, Tail::Raw),
-    row("ARIMA"),
+    row("ARIMA", BJCON),
     row("GOTO", GOTOX, Tail::Words),
     row("BAYES"),
     row("CONFIDEN", CONFID),
@@ -127,7 +128,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     loop("QUIT", Tail::Words),
     loop("EXIT", Tail::Words),
     row("IMLS", OLS),
-    row("COINTEGR"),
+    row("COINTEGR", BJCON),
     row("CONVERT", UNFORMAT, Tail::Words),
     row("IF1", GENC, Tail::Raw),
     row("LP", nullptr, Tail::Raw),
