@@ -14,6 +14,7 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -219,8 +220,12 @@ std::string plain_page(const Page& page) {
   return out.str();
 }
 
-// The word that a piece of code explains: "LAG(x,n)" is about LAG, "RIDGE=" about RIDGE.
-std::string index_word(const std::string& code) {
+// The word that a piece of code explains: "LAG(x,n)" is about LAG, "RIDGE=" about RIDGE,
+// "FILE CLOSE 11" about CLOSE.
+std::string index_word(std::string code) {
+  for (const std::string_view command : {"FILE ", "SET "}) {
+    if (code.starts_with(command)) code.erase(0, command.size());
+  }
   std::string word;
   for (const char c : code) {
     if (std::isalnum(static_cast<unsigned char>(c)) == 0 && c != '_' && c != '$' && c != '*') break;
