@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <utility>
@@ -122,6 +123,12 @@ pid_t spawn(std::span<const std::string> words, const Streams& io, int* error) {
   return *error == 0 ? child : -1;
 }
 
+std::int64_t milliseconds() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
 void nap(long microseconds) {
   const timespec t{0, microseconds * 1000};
   nanosleep(&t, nullptr);
@@ -216,8 +223,10 @@ struct Talk {
   Descriptor& hear;
   LineCutter& lines;
   bool shares_terminal;
+  std::int64_t until = 0;  // milliseconds of the steady clock, 0: no limit
   bool ended = false;
   int status = 0;
+  bool late() const { return until != 0 && milliseconds() > until; }
 };
 
 // Feeds and hears a child until it closes its output or ends. What it wrote before its end fits the
@@ -226,7 +235,7 @@ bool converse(Talk& talk) {
   std::array<char, CHUNK> bytes;
   std::size_t left = CHUNK;
   while (talk.hear.open() || talk.feed.open()) {
-    if (stop_child(talk.shares_terminal)) return false;
+    if (stop_child(talk.shares_terminal) || talk.late()) return false;
     pollfd wait[2] = {{talk.hear.get(), POLLIN, 0}, {talk.feed.get(), POLLOUT, 0}};
     const int ready = poll(wait, 2, talk.ended ? 0 : POLL_MS);
     if (ready < 0) continue;  // a signal: looked at above
@@ -317,10 +326,15 @@ ChildEnd run_child(std::span<const std::string> words, const ChildIo& io) {
   file.reset();
   // 3. Talk with it, then wait.
   LineCutter lines(io.line);
-  Talk talk{child, input.write, io.input, output.read, lines, io.inherit_input};
+  const std::int64_t until = io.seconds > 0 ? milliseconds() + io.seconds * 1000L : 0;
+  Talk talk{child, input.write, io.input, output.read, lines, io.inherit_input, until};
   bool live = converse(talk);
   input.write.reset();
-  if (live && !talk.ended) live = wait_child(child, -1, io.inherit_input, &talk.status);
+  if (live && !talk.ended) {
+    const int patience = until == 0 ? -1 : static_cast<int>(std::max(until - milliseconds(), 0L));
+    live = talk.ended = wait_child(child, patience, io.inherit_input, &talk.status);
+  }
+  end.late = !live && talk.late();
   if (live) {
     lines.finish();
   } else if (!talk.ended) {

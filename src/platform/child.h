@@ -16,12 +16,14 @@ struct ChildIo {
   // end (beside `output` with those of standard error); false kills the child. Without it the child
   // writes where this program does.
   std::function<bool(std::string_view)> line;
+  int seconds = 0;  // a child with `line` that runs longer is ended; 0: no limit
 };
 
 struct ChildEnd {
-  int error = 0;    // errno when the program could not be started (ENOENT: not installed), else 0
-  int status = -1;  // exit status when it ended by itself
-  int signal = 0;   // signal that ended it, 0 none
+  int error = 0;      // errno when the program could not be started (ENOENT: not installed), else 0
+  int status = -1;    // exit status when it ended by itself
+  int signal = 0;     // signal that ended it, 0 none
+  bool late = false;  // it was ended at the limit of its time
   bool good() const { return error == 0 && status == 0; }
 };
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/loaded_library.h"
 #include "platform/progress.h"
 #include "platform/signals.h"
 
@@ -32,11 +33,6 @@ struct Curl {
   decltype(&curl_easy_cleanup) cleanup = nullptr;
   decltype(&curl_easy_strerror) text = nullptr;
 };
-
-template <class F>
-void look_up(void* library, const char* name, F& routine) {
-  routine = reinterpret_cast<F>(dlsym(library, name));
-}
 
 const Curl& curl() {
   static const Curl loaded = [] {

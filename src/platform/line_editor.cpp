@@ -19,6 +19,7 @@ int korvel::terminal_rows() {
 #include <cerrno>
 #include <cstdio>
 
+#include "platform/loaded_library.h"
 #include "platform/signals.h"
 
 namespace korvel {
@@ -40,12 +41,6 @@ struct Library {
   decltype(&history_end) history_stop = nullptr;
   decltype(&::history) history_do = nullptr;
 };
-
-template <class F>
-bool look_up(void* handle, const char* name, F& routine) {
-  routine = reinterpret_cast<F>(dlsym(handle, name));
-  return routine != nullptr;
-}
 
 const Library& library() {
   static const Library loaded = [] {

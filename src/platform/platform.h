@@ -5,6 +5,9 @@
 //   child         programs started without a shell
 //   private_folder  files of the run that nobody else may see
 //   fetch         files fetched over the network
+//   gzip          compressed files (zlib)
+//   line_editor   lines typed at a terminal (libedit)
+//   progress      how far a long job is, at a terminal
 //   text_output   a text file or stream being written
 //   memory        large areas that cost nothing until they are touched
 //   parallel      fork and join over a fixed number of sections
