@@ -20,6 +20,7 @@
 #include "engine/text_commands.h"
 #include "expr/expr.h"
 #include "platform/signals.h"
+#include "limdep/limdep.h"
 #include "regress/regress.h"
 #include "regress/tests.h"
 #include "stats/stats.h"
@@ -91,9 +92,9 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("NLINEAR", nullptr, Tail::Raw),
     row("DLAGS"),
     row("INDEX"),
-    row("PROBIT"),
-    row("LOGIT"),
-    row("TOBIT"),
+    row("PROBIT", PROBC),
+    row("LOGIT", PROBC),
+    row("TOBIT", PROBC),
     row("MLE"),
     loop("EQ"),
     loop("COEFFICI"),
