@@ -36,6 +36,12 @@ std::uint64_t key8(const char* name) {
   return k;
 }
 
+// Entries of the table by the hash of a name (Fibonacci hashing, Knuth 1973, volume 3): a guess
+// that is checked against the table at each use, so nothing has to keep it up to date.
+constexpr int FOUNDBITS = 12;
+constexpr std::uint64_t HASH = 0x9E3779B97F4A7C15U;
+constinit std::array<std::int32_t, std::size_t{1} << FOUNDBITS> FOUND{};
+
 // Words that entry I may hold in all: up to the next entry, or to the scratch space for the last.
 std::int64_t capacity(Workspace ws, int I) {
   const std::int64_t end = I < DATCOM.NVARS ? ws.KADD(I + 1) : ADDCOM.SCRTOP + std::int64_t{1};
@@ -138,8 +144,11 @@ int VARNUM(Workspace ws, std::string_view name) {
   std::memcpy(field, name.data(), n);
   if (OSCOM.OLC || name.find('$') != std::string_view::npos) LCUC(field, KEYLEN);
   const std::uint64_t key = key8(field);
+  // Where the name was found last; names are unique, so an entry that still has it is the one.
+  std::int32_t& place = FOUND[(key * HASH) >> (64 - FOUNDBITS)];
+  if (place >= 1 && place <= DATCOM.NVARS && key8(ws.VNAME(place).data()) == key) return place;
   for (int i = 1; i <= DATCOM.NVARS; ++i) {
-    if (key8(ws.VNAME(i).data()) == key) return i;
+    if (key8(ws.VNAME(i).data()) == key) return place = i;
   }
   if (field[0] != '$') return 0;
   char four[4] = {' ', ' ', ' ', ' '};
