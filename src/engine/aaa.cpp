@@ -76,7 +76,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("REWIND", REWINDX, Tail::Words),
     row("GAMES", nullptr, Tail::Raw),
     row("CHECKOUT", nullptr, Tail::Raw),
-    row("MATRIX", nullptr, Tail::Raw),
+    row("MATRIX", GENC, Tail::Raw),
     row("GEN1", GENC, Tail::Raw),
     row("DISTRIB", DISTR),
     row("COPY", COPYX),

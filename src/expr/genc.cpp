@@ -1,5 +1,5 @@
-// GENC: the commands that hold an expression: GENR, GEN1, IF, IF1, SKIPIF, ENDIF, DERIVATIVE and
-// INTEGRATE. Prepares the sample and the room, compiles, evaluates.
+// GENC: the commands that hold an expression: GENR, GEN1, IF, IF1, SKIPIF, ENDIF, DERIVATIVE,
+// INTEGRATE and MATRIX. Prepares the sample and the room, compiles, evaluates.
 
 #include <algorithm>
 #include <cstring>
@@ -13,6 +13,7 @@
 #include "engine/output.h"
 #include "expr/expr.h"
 #include "expr/genr.h"
+#include "expr/matrix.h"
 #include "expr/trans.h"
 
 namespace korvel {
@@ -178,6 +179,7 @@ void GENC(Workspace ws) {
   job.text = command_text();
   job.ISTART = SCNCOM.ISTART;
   job.IKOD = INPCOM.IKOD;
+  if (job.IKOD == K_MATRIX) return static_cast<void>(run_matrix(ws, job));
   TransJob trans;
   trans.IKOD = INPCOM.IKOD;
   if (job.IKOD == K_DERIVATI || job.IKOD == K_INTEGRAT) {

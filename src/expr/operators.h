@@ -61,6 +61,18 @@ enum Op : int {
   OP_CONC = 53,
   OP_SEMI = 54,
   OP_INV = 56,
+  OP_IDEN = 57,
+  OP_EIGVAL = 58,
+  OP_EIGVEC = 59,
+  OP_DET = 60,
+  OP_DIAG = 61,
+  OP_TRACE = 62,
+  OP_RANK = 63,
+  OP_CHOL = 64,
+  OP_GINV = 65,
+  OP_FACT = 66,
+  OP_VEC = 67,
+  OP_SYM = 68,
   OP_TRI = 69,
 };
 inline constexpr int NOPERATORS = 69;
