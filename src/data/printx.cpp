@@ -275,6 +275,13 @@ bool whole_columns(const PrintJob& job) {
   return !part;
 }
 
+// A matrix of one column, as the matrix language makes it, prints as a series.
+void show_column_matrices_as_series(PrintJob& job) {
+  for (PrintItem& x : job.items) {
+    if (x.type == MATRIX2 && x.columns == 1) x.type = SERIES;
+  }
+}
+
 void print_command(Workspace ws, bool write) {
   // 1. Data that came from an encrypted file are never shown.
   if (OCOM.OCRY) return;
@@ -297,6 +304,7 @@ void print_command(Workspace ws, bool write) {
     if (write) fail(" ...ERROR..NO DATA FOUND");  // an old file is not replaced by an empty one
     return;
   }
+  if (target.form == FileForm::text) show_column_matrices_as_series(job);
   mark_characters(job);
   if (!find_range(wanted) || !set_rows(job, wanted)) return;
   // 4. Layout.
