@@ -65,8 +65,8 @@ struct BjCom {
   double SIGMA = 0.0, STEPSIZE = 0.0, SIGLEVEL = 10.0;
   int STARTING = 0;          // variable number, 0 none
   bool values_read = false;  // the lines behind INSTART
-  NameOption RESIDUAL, PREDICT, COEFFICI, COVARIAN, TYPE, TESTSTAT, TRATIO, STDERR, ACF, PACF,
-      COMMFILE, FCSE, PSI;
+  NameOption RESIDUAL, PREDICT, COEFFICI, COVARIAN, TYPE, TESTSTAT, TRATIO, STDERR, ACF, PACF, FCSE,
+      PSI;
   BjOrders orders;
   BjValues last;
 };

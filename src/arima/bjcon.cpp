@@ -167,7 +167,6 @@ bool settle_options() {
   o.STDERR = named<"STDERR">();
   o.ACF = named<"ACF">();
   o.PACF = named<"PACF">();
-  o.COMMFILE = named<"COMMFILE">();
   o.FCSE = named<"FCSE">();
   o.PSI = named<"PSI">();
   o.orders = {.NARP = integer_value<"NARP">(),
@@ -202,11 +201,7 @@ void warn_of_idle_options() {
   idle(o.FCSE, o.FORECAST, "FCSE=");
   idle(o.PSI, o.FORECAST, "PSI=");
   idle(o.TYPE, false, "TYPE=");
-  // Pictures, and plots behind earlier ones, are the business of the plot commands.
-  idle(named<"OUTPUT">(), false, "OUTPUT=");
   idle(named<"PORT">(), false, "PORT=");
-  idle(named<"DEVICE">(), named<"DEVICE">().text == "NONE", "DEVICE=");
-  if (chosen<"APPEND">()) warn_ignored("APPEND");
 }
 
 // Options of ARIMA that mean nothing to COINTEGR.
@@ -224,6 +219,21 @@ void warn_of_arima_options() {
                                                         "NDIFF", "SIGLEVEL", "TYPE", "TESTSTAT"};
     if (std::ranges::find(served, w.word) == served.end()) warn_ignored(w.word);
   }
+}
+
+// What the options say about plots. False after an error.
+bool settle_plots(Workspace ws) {
+  PlotWords words;
+  if (!plot_word(ws, named<"DEVICE">(), "DEVICE", {}, words.DEVICE) ||
+      !plot_word(ws, named<"OUTPUT">(), "OUTPUT", {}, words.OUTPUT) ||
+      !plot_word(ws, named<"COMMFILE">(), "COMMFILE", "COMM.GNU", words.COMMFILE)) {
+    set_error(BJ_COMMAND);
+    return false;
+  }
+  words.APPEND = chosen<"APPEND">();
+  words.WIDE = BJCOM.WIDE;
+  start_plots(words);
+  return true;
 }
 
 // START= and the spans. False after an error.
@@ -336,6 +346,7 @@ void ARIMA(Workspace ws) {
   const ListItem item = SCNCOM.list()[0];
   if (!check_model() || !valid_series(ws, item)) return;
   warn_of_idle_options();
+  if (!settle_plots(ws)) return;
   if (!take_rows(ws, SCNCOM.list(), integer_value<"BEG">(), integer_value<"END">())) return;
   const bool needs_lags = BJCOM.IDENTIFY || BJCOM.ESTIMATE;
   if (needs_lags && !check_lags()) return;
@@ -353,7 +364,6 @@ void ARIMA(Workspace ws) {
     difference_series(BJCOM.orders, series.y, keeps_y ? room.rest() : series.y, series.w);
   }
   // 2. The stages.
-  start_plots();
   if (BJCOM.IDENTIFY && !BJIDEN(ws, series)) return;
   if (BJCOM.ESTIMATE && !BJEST(ws, series)) return;
   if (BJCOM.FORECAST) {

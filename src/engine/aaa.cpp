@@ -19,6 +19,7 @@
 #include "engine/set.h"
 #include "engine/text_commands.h"
 #include "expr/expr.h"
+#include "graphics/graphics.h"
 #include "platform/signals.h"
 #include "limdep/limdep.h"
 #include "regress/regress.h"
@@ -65,7 +66,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("DELETE", DELETX),
     row("AUTO"),
     row("STATS", STATS),
-    row("PLOTS"),
+    row("PLOTS", PLOTC),
     row("POOL"),
     row("GLS"),
     row("RENAME", RENAMX, Tail::Words),
@@ -146,7 +147,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("STOCKGRA"),
     loop("TIMEFMT"),
     loop("AXISFMT"),
-    row("GRAPH"),
+    row("GRAPH", PLOTC),
     row("SMOOTH", INDEXC),
     {"RESET", RESET, Tail::Raw, true},
     row("korvel1", nullptr, Tail::Raw),

@@ -90,6 +90,7 @@ enum Ikod : int {
   K_IF1 = 94,
   K_TIMEFMT = 107,
   K_AXISFMT = 108,
+  K_GRAPH = 109,
   K_SMOOTH = 110,
   K_RESET = 111,
   K_NAMEFMT = 116,

@@ -147,11 +147,16 @@ struct OsCom {
 };
 inline constinit OsCom OSCOM{};
 
-// Plot files: numbers of the next names that the engine makes (D001.GNU, C001.GNU). RESET sets them
-// to 1.
+// Plot files: numbers of the next names that the engine makes (D001.GNU, C001.GNU, GN000001.png).
+// RESET sets them to 1.
 struct VplCom {
   int NDATA = 1;
   int NCOMM = 1;
+  int KEPTD = 0, KEPTC = 0;  // numbers of the last pair that was kept: APPEND; 0 none
+  int NPICT = 1;             // where the search for a free name of a picture begins
+  bool OTOLD = false;        // the user knows that gnuplot is missing
+  bool OPAGE = false;  // the last character plot, and the last one through gnuplot, are kept: SAME
+  bool OKEPT = false;
 };
 inline constinit VplCom VPLCOM{};
 

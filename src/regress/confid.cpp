@@ -6,6 +6,7 @@
 #include "engine/options.h"
 #include "engine/output.h"
 #include "expr/kernels/packed.h"
+#include "graphics/graphics.h"
 #include "regress/confid.h"
 #include "regress/test_parts.h"
 #include "stats/probability.h"
@@ -24,6 +25,9 @@ constexpr auto CONFOPT =
 
 constexpr double TAIL = 0.025;         // beyond either end of an interval
 constexpr double NORMAL_POINT = 1.96;  // for asymptotic estimates
+constexpr double NORMAL_POINT_90 = 1.6448536269514722;
+constexpr int LEAST_POINTS = 8;  // of an ellipse
+constexpr int MOST_POINTS = 1000000;
 
 double real_value(int place) { return OPTCOM.XOPT[static_cast<std::size_t>(place)]; }
 bool real_given(int place) { return OPTCOM.xgiven[static_cast<std::size_t>(place)]; }
@@ -44,8 +48,8 @@ double upper_point(double p, UpperTail tail) {
   }
 }
 
-double t_point(double DF) {
-  const double F = upper_point(2.0 * TAIL, [&](double f) { return f_tail(f, 1.0, DF); });
+double t_point(double DF, double tails) {
+  const double F = upper_point(tails, [&](double f) { return f_tail(f, 1.0, DF); });
   return std::sqrt(F);
 }
 double chi_square_point(double upper, double DF) {
@@ -105,6 +109,9 @@ bool keep_region(Workspace ws, int first, int second, double DF, double point) {
   r.DF = DF;
   r.DN = SAVED.DN;
   r.tcritical = point;
+  if (!real_given(CONFOPT.place("TCRITICA"))) {
+    r.tcritical90 = r.DN ? NORMAL_POINT_90 : t_point(DF, 0.10);
+  }
   if (real_given(CONFOPT.place("FCRITICA"))) r.fcritical = real_value(CONFOPT.place("FCRITICA"));
   const auto from = [](int place, double value) {
     return real_given(place) ? real_value(place) : value;
@@ -126,10 +133,31 @@ bool keep_region(Workspace ws, int first, int second, double DF, double point) {
     r.names[k].fill(' ');
     std::copy_n(name.begin(), std::min<std::size_t>(name.size(), KEYLEN), r.names[k].begin());
   }
-  r.points = OPTCOM.IOPT[CONFOPT.place("POINTS")];
+  r.points = std::clamp(OPTCOM.IOPT[CONFOPT.place("POINTS")], LEAST_POINTS, MOST_POINTS);
   r.set = true;
   REGION = r;
   return true;
+}
+
+void draw_region(Workspace ws) {
+  const auto text = [&](int place, std::string_view word, std::string_view standard,
+                        std::string& to) {
+    return plot_word(ws, OPTCOM.VOPT[static_cast<std::size_t>(place)], word, standard, to);
+  };
+  PlotWords words;
+  if (!text(CONFOPT.place("OUTPUT"), "OUTPUT", "PLOT", words.OUTPUT) ||
+      !text(CONFOPT.place("DEVICE"), "DEVICE", {}, words.DEVICE) ||
+      !text(CONFOPT.place("COMMFILE"), "COMMFILE", "COMM.GNU", words.COMMFILE) ||
+      !text(CONFOPT.place("DATAFILE"), "DATAFILE", "DATA.GNU", words.DATAFILE)) {
+    return;
+  }
+  words.APPEND = OPTCOM.LOPT[CONFOPT.place("APPEND")];
+  words.WIDE = OSCOM.OWIDE;
+  const bool gnuplot = OPTCOM.LOPT[CONFOPT.place("GNUPLOT")] ||
+                       OPTCOM.LOPT[CONFOPT.place("GRAPHICS")] || words.APPEND || web_output() ||
+                       !words.OUTPUT.empty() || !words.DEVICE.empty() || !words.COMMFILE.empty() ||
+                       !words.DATAFILE.empty();
+  plot_region(ws, REGION, words, gnuplot);
 }
 
 }  // namespace
@@ -160,7 +188,7 @@ void CONFID(Workspace ws) {
   if (!(DF > 0.0)) return warn(" ...WARNING..ZERO DEGREES OF FREEDOM LEFT");
   const double point = own_point  ? real_value(CONFOPT.place("TCRITICA"))
                        : SAVED.DN ? NORMAL_POINT
-                                  : t_point(DF);
+                                  : t_point(DF, 2.0 * TAIL);
   // 4. The joint region of two coefficients.
   const bool region = coefficients == 2 && pair[0] != pair[1];
   if (region && !keep_region(ws, pair[0], pair[1], DF, point)) return;
@@ -181,9 +209,8 @@ void CONFID(Workspace ws) {
     }
     if (variance) print_variance(DF);
   }
-  if (region || OPTCOM.LOPT[CONFOPT.place("GNUPLOT")] || OPTCOM.LOPT[CONFOPT.place("GRAPHICS")]) {
-    warn(" ...WARNING..PLOT OF THE JOINT CONFIDENCE REGION IS NOT AVAILABLE YET");
-  }
+  // 6. The picture.
+  if (region) draw_region(ws);
 }
 
 }  // namespace korvel

@@ -14,9 +14,10 @@ struct ConfidenceRegion {
   std::array<double, 2> coef{}, var{};
   double covar = 0.0;
   double DF = 0.0;
-  double tcritical = 0.0;  // half width of an interval in standard errors
-  double fcritical = 0.0;  // 0: the values for 95% and 90%
-  int points = 200;        // of the ellipse
+  double tcritical = 0.0;    // half width of an interval in standard errors
+  double tcritical90 = 0.0;  // the same for 90%; 0: one value was given
+  double fcritical = 0.0;    // 0: the values for 95% and 90%
+  int points = 200;          // of the ellipse
   bool DN = false;
   bool set = false;
 };

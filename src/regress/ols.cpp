@@ -74,14 +74,9 @@ class CommandState {
   bool keep_wide_ = false;
 };
 
-// An option whose machinery is not built: told by name, never passed over in silence.
-void refuse_option(std::string_view option) {
-  fail<"(' ...ERROR..OPTION ', A, ' IS NOT AVAILABLE YET')">(option);
-}
-
 // Texts of options, kept apart from the command: reading restrictions overwrites that.
 struct OptionTexts {
-  std::array<std::array<char, 260>, 8> text{};
+  std::array<std::array<char, 260>, 10> text{};
   int used = 0;
 };
 constinit OptionTexts OPTIONTEXTS{};
@@ -94,17 +89,6 @@ NameOption keep(const NameOption& option) {
   kept.typed = {room.data(), n};
   kept.text = option.text.empty() ? std::string_view{} : kept.typed;
   return kept;
-}
-
-// The name of the first option in use that can't be served yet, empty when there is none.
-std::string_view unserved_option() {
-  if (OLSCOM.GNUPLOT) {
-    // Pictures, and plots behind earlier ones, are the business of the plot commands.
-    if (OLSCOM.APPEND) return "APPEND";
-    if (!named<"DEVICE">().text.empty() && named<"DEVICE">().text != "NONE") return "DEVICE";
-    if (named<"OUTPUT">().text != "PLOT") return "OUTPUT";
-  }
-  return {};
 }
 
 bool incompatible() {
@@ -172,6 +156,8 @@ bool settle_options() {
   o.COEFFICE = keep(named<"COEFFICE">());
   o.COVARIAN = keep(named<"COVARIAN">());
   o.COMMFILE = keep(named<"COMMFILE">());
+  o.DEVICE = keep(named<"DEVICE">());
+  o.OUTPUT = keep(named<"OUTPUT">());
   int place = 0;
   for (const OptionWord& w : OLSOPT.view()) {
     if (w.kind != OptionKind::Variable) continue;
@@ -252,10 +238,7 @@ bool settle_method() {
   const bool special = o.RESTRICT || o.HETCOV || o.lag_terms || o.blocks > 1;
   if (o.METHOD == Method::HH && special) return incompatible();
   if (o.MOMENTS != 0 && (o.stepwise || o.blocks > 1)) return incompatible();
-  if (const std::string_view word = unserved_option(); !word.empty()) {
-    refuse_option(word);
-    return false;
-  }
+  if (!named<"PORT">().text.empty()) warn(" ...WARNING..THE PORT OPTION HAS NO EFFECT");
   return true;
 }
 

@@ -68,7 +68,8 @@ struct OlsCom {
   bool by_FE = false, by_FX = false;
   // Names of variables for results; empty: not wanted. The texts are OLSCOM's own, since reading
   // restrictions overwrites the command.
-  NameOption PREDICT, RESID, HATDIAG, TRATIO, STDERR, COEFFICE, COVARIAN, COMMFILE;
+  NameOption PREDICT, RESID, HATDIAG, TRATIO, STDERR, COEFFICE, COVARIAN;
+  NameOption COMMFILE, DEVICE, OUTPUT;  // of plots
   // Variables that the fit reads, 0 none.
   int INCOEFFI = 0, PCINFORM = 0, PCOMPONE = 0, MOMENTS = 0, INCOVARI = 0;
   // Plan.
