@@ -115,7 +115,7 @@ consteval auto option_table(Words... words) {
   return t;
 }
 
-inline constexpr int MAXLOPT = 60, MAXIOPT = 16, MAXXOPT = 16, MAXVOPT = 24;
+inline constexpr int MAXLOPT = 60, MAXIOPT = 24, MAXXOPT = 16, MAXVOPT = 32;
 
 // A name option as given: its variable (0: not given; below -1000: a name that does not exist yet;
 // -1 to -80: a temporary) and its text. `text` is up-cased, `typed` as typed; both are blank when

@@ -41,6 +41,11 @@ void save_estimate(Workspace ws, const Estimate& est) {
   s.constant = OLSCOM.CONSTANT;
   s.MBEG = DATCOM.MBEG;
   s.MEND = DATCOM.MEND;
+  s.log_dependent = false;
+  s.rho.clear();
+  s.theta.clear();
+  s.first_rows = true;
+  s.equations.clear();
   ADDCOM.KTEST = 1;
   if (results_wanted())
     record_estimate(est.profile != nullptr ? est.profile->word : std::string_view());

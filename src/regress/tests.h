@@ -18,6 +18,12 @@ namespace korvel {
 
 struct Estimate;
 
+// An equation of a system: its part of the coefficients, its dependent variable.
+struct SavedEquation {
+  int first = 0, K = 0;  // place from 0, number
+  ListItem dependent;    // its name is a view into SavedEstimate::names
+};
+
 // The last estimate as the commands behind it see it. Valid while ADDCOM.KTEST is not 0.
 struct SavedEstimate {
   int IKOD = 0;                // command that made it
@@ -30,6 +36,13 @@ struct SavedEstimate {
   bool DN = false;         // asymptotic: normal and chi-square in place of t and F
   bool constant = true;    // the model has a constant
   int MBEG = 1, MEND = 0;  // its working range
+  // What forecasts need beyond the coefficients. save_estimate clears these; the estimator sets
+  // them behind it.
+  bool log_dependent = false;  // the dependent variable was a logarithm of the listed one
+  std::vector<double> rho;     // autoregressive coefficients of the errors, by lag (AUTO)
+  std::vector<double> theta;   // moving-average coefficients of the errors
+  bool first_rows = true;      // AUTO kept the first rows (no DROP)
+  std::vector<SavedEquation> equations;  // of SYSTEM, in order; empty: one equation
   int K() const { return static_cast<int>(coef.size()); }
 };
 extern SavedEstimate SAVED;
