@@ -28,6 +28,9 @@ enum VarType : int {
   CHARVAR = 6,
 };
 
+// Grows whenever a name of the table of variables may have changed.
+inline constinit std::uint64_t NAMES_CHANGED = 0;
+
 // What a command handler gets first: DATA, KADD, VNAME. A plain view, passed by value.
 class Workspace {
  public:
@@ -38,7 +41,11 @@ class Workspace {
   double& DATA(std::int64_t a) const { return data_[a - 1]; }
   std::int32_t& KADD(int i) const { return kadd_[i - 1]; }
   std::string_view VNAME(int i) const { return {vname_[i - 1], NAMELEN}; }
-  char* name_field(int i) const { return vname_[i - 1]; }
+  // The name of entry i, to be written: counts as a change of the names.
+  char* name_field(int i) const {
+    ++NAMES_CHANGED;
+    return vname_[i - 1];
+  }
   double* base() const { return data_; }
 
   // n words beginning at DATA(a).

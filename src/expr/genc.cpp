@@ -13,6 +13,7 @@
 #include "engine/output.h"
 #include "expr/expr.h"
 #include "expr/genr.h"
+#include "expr/genr_kept.h"
 #include "expr/matrix.h"
 #include "expr/trans.h"
 
@@ -126,7 +127,12 @@ bool run_formula(Workspace ws, const GenrJob& job, const TransJob& trans) {
   if (!room) return false;
   const Formula formula = carve_formula(room.words());
   OCOM.OGENR = true;
-  const bool compiled = GENR(ws, job, formula) && !OSCOM.OSCAN;
+  const bool keep = can_keep(job);
+  bool compiled = keep && recall_list(job, formula);
+  if (!compiled) {
+    compiled = GENR(ws, job, formula) && !OSCOM.OSCAN;
+    if (compiled && keep) keep_list(job, formula);
+  }
   OCOM.OGENR = false;
   if (!compiled) return false;
   // 2. SKIPIF marks a vector of its own.
