@@ -127,12 +127,7 @@ bool run_formula(Workspace ws, const GenrJob& job, const TransJob& trans) {
   if (!room) return false;
   const Formula formula = carve_formula(room.words());
   OCOM.OGENR = true;
-  const bool keep = can_keep(job);
-  bool compiled = keep && recall_list(job, formula);
-  if (!compiled) {
-    compiled = GENR(ws, job, formula) && !OSCOM.OSCAN;
-    if (compiled && keep) keep_list(job, formula);
-  }
+  const bool compiled = compile_statement(ws, job, formula);
   OCOM.OGENR = false;
   if (!compiled) return false;
   // 2. SKIPIF marks a vector of its own.

@@ -54,8 +54,7 @@ std::size_t place_of(std::string_view text) {
   return static_cast<std::size_t>((h >> 32) % PLACES);
 }
 
-}  // namespace
-
+// Whether this statement's list may be kept and looked for.
 bool can_keep(const GenrJob& job) {
   if (levels().empty() || OSCOM.ODMMP || OSCOM.ODB || OSCOM.OSCAN) return false;
   if (job.parameter != nullptr || job.coefficient != nullptr || job.any_name) return false;
@@ -65,6 +64,7 @@ bool can_keep(const GenrJob& job) {
     case K_IF:
     case K_IF1:
     case K_ENDIF:
+    case K_MATRIX:
       break;
     default:
       return false;
@@ -73,6 +73,7 @@ bool can_keep(const GenrJob& job) {
   return !text.empty() && text.size() <= TEXT && text.find('$') == std::string_view::npos;
 }
 
+// Puts the list of an earlier pass into the formula. False: there is none.
 bool recall_list(const GenrJob& job, const Formula& formula) {
   if (kept.empty()) return false;
   const std::string_view text = statement(job);
@@ -101,6 +102,7 @@ bool recall_list(const GenrJob& job, const Formula& formula) {
   return true;
 }
 
+// Keeps the list that GENR has just made.
 void keep_list(const GenrJob& job, const Formula& formula) {
   const auto constants = static_cast<std::size_t>(GENCOM.ICON - first_constant() + 1);
   const std::span<const Quad> code = formula.list_of_quads();
@@ -135,6 +137,16 @@ void keep_list(const GenrJob& job, const Formula& formula) {
   std::ranges::copy(code, k.code.begin());
   std::copy_n(formula.list.begin(), k.LHS, k.list.begin());
   std::copy_n(formula.operands.begin() + (first_constant() - 1), constants, k.constant.begin());
+}
+
+}  // namespace
+
+bool compile_statement(Workspace ws, const GenrJob& job, const Formula& formula) {
+  const bool keep = can_keep(job);
+  if (keep && recall_list(job, formula)) return true;
+  if (!GENR(ws, job, formula) || OSCOM.OSCAN) return false;
+  if (keep) keep_list(job, formula);
+  return true;
 }
 
 }  // namespace korvel

@@ -11,11 +11,8 @@
 
 namespace korvel {
 
-// Whether this statement's list may be kept and looked for.
-bool can_keep(const GenrJob& job);
-// Puts the list of an earlier pass into the formula, with all that GENR sets. False: there is none.
-bool recall_list(const GenrJob& job, const Formula& formula);
-// Keeps the list that GENR has just made.
-void keep_list(const GenrJob& job, const Formula& formula);
+// GENR, or the list of an earlier pass with all that GENR sets. False after a failure, and for a
+// statement that is only looked over.
+bool compile_statement(Workspace ws, const GenrJob& job, const Formula& formula);
 
 }  // namespace korvel

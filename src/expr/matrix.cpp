@@ -9,6 +9,7 @@
 
 #include "engine/output.h"
 #include "expr/expr.h"
+#include "expr/genr_kept.h"
 #include "expr/kernels/gemm.h"
 #include "expr/kernels/packed.h"
 #include "expr/trans_lanes.h"
@@ -365,7 +366,7 @@ bool run_matrix(Workspace ws, const GenrJob& job) {
   if (!room) return false;
   const Formula formula = carve_formula(room.words());
   OCOM.OGENR = OCOM.OMAT = true;
-  const bool compiled = GENR(ws, job, formula) && !OSCOM.OSCAN;
+  const bool compiled = compile_statement(ws, job, formula);
   OCOM.OGENR = OCOM.OMAT = false;
   if (!compiled) return false;
   // 2. An entry for each temporary; then the statement.
