@@ -9,6 +9,7 @@ namespace {
 Lanes widest() {
 #if defined(__x86_64__)
   __builtin_cpu_init();
+  if (!__builtin_cpu_supports("fma")) return Lanes::baseline;
   if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
       __builtin_cpu_supports("avx512vl")) {
     return Lanes::avx512;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <cstdlib>
@@ -17,17 +18,40 @@
 namespace korvel {
 namespace {
 
+// Cores this process may use.
+int count_cores() {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  if (sched_getaffinity(0, sizeof set, &set) != 0) return 1;
+  const int n = CPU_COUNT(&set);
+  return n < 1 ? 1 : (n > 256 ? 256 : n);
+}
+
 int count_workers() {
   const char* wish = std::getenv("KORVEL_THREADS");  // NOLINT(concurrency-mt-unsafe)
   if (wish != nullptr) {
     const int n = std::atoi(wish);
     if (n >= 1 && n <= 256) return n;
   }
-  cpu_set_t set;
-  CPU_ZERO(&set);
-  if (sched_getaffinity(0, sizeof set, &set) != 0) return 1;
-  const int n = CPU_COUNT(&set);
-  return n < 1 ? 1 : (n > 256 ? 256 : n);
+  return count_cores();
+}
+
+// Looks again and again for a little while, before it is worth to sleep: waking a thread takes as
+// long as the sections of a blocked matrix kernel. True when the condition came.
+template <class Condition>
+bool look_out(Condition&& come) {
+  constexpr auto WHILE = std::chrono::microseconds(50);
+  constexpr int LOOKS = 32;  // between two looks at the clock
+  const auto end = std::chrono::steady_clock::now() + WHILE;
+  do {
+    for (int i = 0; i < LOOKS; ++i) {
+      if (come()) return true;
+#if defined(__x86_64__)
+      __builtin_ia32_pause();
+#endif
+    }
+  } while (std::chrono::steady_clock::now() < end);
+  return false;
 }
 
 // The helpers of the main thread: made once, asleep between loops, joined at the process's end.
@@ -65,13 +89,16 @@ class Pool {
       sections_ = sections;
       body_ = body;
       context_ = context;
-      busy_ = step - 1;
-      ++round_;
+      busy_.store(step - 1, std::memory_order_relaxed);
+      round_.fetch_add(1, std::memory_order_release);
     }
     wake_.notify_all();
     std::exception_ptr failed = work(0, step, sections, body, context);
-    std::unique_lock lock(mutex_);
-    done_.wait(lock, [this] { return busy_ == 0; });
+    const auto ended = [this] { return busy_.load(std::memory_order_acquire) == 0; };
+    if (!(spin_ && look_out(ended))) {
+      std::unique_lock lock(mutex_);
+      done_.wait(lock, ended);
+    }
     if (failed == nullptr) failed = failed_;
     failed_ = nullptr;
     if (failed != nullptr) std::rethrow_exception(failed);
@@ -92,20 +119,28 @@ class Pool {
 
   void serve(int first) {
     unsigned seen = 0;
-    std::unique_lock lock(mutex_);
     for (;;) {
-      wake_.wait(lock, [&] { return ending_ || round_ != seen; });
-      if (ending_) return;
-      seen = round_;
-      const int sections = sections_;
+      const auto called = [&] {
+        return ending_.load(std::memory_order_relaxed) ||
+               round_.load(std::memory_order_acquire) != seen;
+      };
+      if (!(spin_ && look_out(called))) {
+        std::unique_lock lock(mutex_);
+        wake_.wait(lock, called);
+      }
+      if (ending_.load(std::memory_order_relaxed)) return;
+      // What the round is about was written before its number, and stays until all are through.
+      seen = round_.load(std::memory_order_acquire);
       const int step = static_cast<int>(threads_.size()) + 1;
-      auto* body = body_;
-      auto* context = context_;
-      lock.unlock();
-      const std::exception_ptr failed = work(first, step, sections, body, context);
-      lock.lock();
-      if (failed != nullptr) failed_ = failed;
-      if (--busy_ == 0) done_.notify_one();
+      const std::exception_ptr failed = work(first, step, sections_, body_, context_);
+      if (failed != nullptr) {
+        const std::lock_guard lock(mutex_);
+        failed_ = failed;
+      }
+      if (busy_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        const std::lock_guard lock(mutex_);  // the caller looks or sleeps, nothing between
+        done_.notify_one();
+      }
     }
   }
 
@@ -115,10 +150,12 @@ class Pool {
   void (*body_)(void*, int) = nullptr;
   void* context_ = nullptr;
   int sections_ = 0;
-  int busy_ = 0;
-  unsigned round_ = 0;
   std::exception_ptr failed_;  // of a helper, until its loop ends
-  bool ending_ = false;
+  std::atomic<int> busy_ = 0;
+  std::atomic<unsigned> round_ = 0;
+  std::atomic<bool> ending_ = false;
+  const bool spin_ =
+      workers() <= count_cores();  // more threads than cores would only get in the way
 };
 
 // A process that forks has no helpers in its child, which must neither wait for them nor join them.

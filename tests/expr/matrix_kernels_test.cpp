@@ -49,8 +49,8 @@ Reals plain_product(const Strided& a, const Strided& b, const GemmShape& s, Real
     for (std::int64_t i = 0; i < s.rows; ++i) {
       double sum = s.mode == GEMM_SET ? 0.0 : c[words(i + j * s.ld)];
       for (std::int64_t k = 0; k < s.inner; ++k) {
-        const double p = a.data[i * a.row + k * a.column] * b.data[k * b.row + j * b.column];
-        sum = s.mode == GEMM_TAKE ? sum - p : sum + p;
+        const double x = a.data[i * a.row + k * a.column];
+        sum = std::fma(s.mode == GEMM_TAKE ? -x : x, b.data[k * b.row + j * b.column], sum);
       }
       c[words(i + j * s.ld)] = sum;
     }
@@ -130,9 +130,14 @@ TEST(Product, AllWidthsGiveTheSameBits) {
     Reals y = numbers(97, 3);
     Reals wanted = y;
     for (std::size_t j = 0; j < 5; ++j) {
-      for (std::size_t i = 0; i < 97; ++i) wanted[i] -= x[j * 100 + i] * f[j];
+      for (std::size_t i = 0; i < 97; ++i) wanted[i] = std::fma(-x[j * 100 + i], f[j], wanted[i]);
     }
     set->take_columns(x.data(), 100, f.data(), 1, 5, 97, y.data());
+    EXPECT_EQ(y, wanted);
+    for (std::size_t j = 0; j < 5; ++j) {
+      for (std::size_t i = 0; i < 97; ++i) wanted[i] = std::fma(x[j * 100 + i], f[j], wanted[i]);
+    }
+    set->add_columns(x.data(), 100, f.data(), 1, 5, 97, y.data());
     EXPECT_EQ(y, wanted);
   }
 }

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "engine/output.h"
-#include "expr/kernels/vector_lanes.h"
 #include "platform/cpu.h"
 #include "platform/parallel.h"
 
@@ -144,8 +143,9 @@ void run_pass(const Pass& pass, bool pack_first, bool threads) {
     }
   };
   const auto tile_section = [&](int section) {
-    const Range ra = share(na, ga, section % ga);
-    const Range rb = share(nb, gb, section / ga);
+    // The many groups of B alternate between the threads, so that none has a panel of A more.
+    const Range ra = share(na, ga, section / gb);
+    const Range rb = share(nb, gb, section % gb);
     for (std::int64_t ia = ra.begin; ia < ra.end; ++ia) {
       for (std::int64_t jb = rb.begin; jb < rb.end; ++jb) pass.tile(ia, jb);
     }
@@ -192,13 +192,10 @@ bool DGMULT(const Strided& a, const Strided& b, double* c, const GemmShape& shap
   // One column: no packing, column after column of A.
   if (shape.columns == 1 && a.row == 1 && shape.mode != GEMM_TAKE) {
     if (shape.mode == GEMM_SET) std::fill_n(c, shape.rows, 0.0);
-    const VectorLanes& vectors = vector_lanes();
     constexpr std::int64_t STRIP = 2048;  // rows that stay in the first cache
     for (std::int64_t i = 0; i < shape.rows; i += STRIP) {
       const std::int64_t n = std::min(STRIP, shape.rows - i);
-      for (std::int64_t p = 0; p < shape.inner; ++p) {
-        vectors.add(b.data[p * b.row], a.data + i + p * a.column, n, c + i);
-      }
+      gemm_lanes().add_columns(a.data + i, a.column, b.data, b.row, shape.inner, n, c + i);
       if (stop_requested()) return false;
     }
     return true;

@@ -1,8 +1,8 @@
 // Products of matrices with optional stored transposes, on all threads.
 //
-// Element (i, j) of A B is ((a(i,1) b(1,j) + a(i,2) b(2,j)) + a(i,3) b(3,j)) + ..., each product
-// and each sum rounded by itself: the same bytes for every vector width, number of threads and
-// compiler, and A'A comes out exactly symmetric.
+// Element (i, j) of A B is ((a(i,1) b(1,j) + a(i,2) b(2,j)) + a(i,3) b(3,j)) + ..., each step a
+// fused multiply-add (IEEE 754: rounded once): the same bytes for every vector width, number of
+// threads and compiler, and A'A comes out exactly symmetric.
 #pragma once
 
 #include <cstdint>

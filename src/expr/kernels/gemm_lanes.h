@@ -14,12 +14,15 @@ struct GemmLanes {
   std::ptrdiff_t width, NR;
   // One tile of C, height x NR with height = parts*width, leading dimension ldc. a: k columns of
   // `height` values, b: k rows of NR values. Every element takes one product after the other, in
-  // the order of k, each rounded, then the sum rounded: the same on every width.
+  // the order of k, by fused multiply-adds: the same on every width.
   void (*tile[3])(const double* a, const double* b, std::ptrdiff_t k, double* c, std::ptrdiff_t ldc,
                   int mode);
   // y[i] -= x[0*ld + i] c[0], then x[1*ld + i] c[1], ... for n values, `count` columns.
   void (*take_columns)(const double* x, std::ptrdiff_t ld, const double* c, std::ptrdiff_t cstep,
                        std::ptrdiff_t count, std::ptrdiff_t n, double* y);
+  // The same with +=.
+  void (*add_columns)(const double* x, std::ptrdiff_t ld, const double* c, std::ptrdiff_t cstep,
+                      std::ptrdiff_t count, std::ptrdiff_t n, double* y);
 };
 inline constexpr int MOST_PARTS = 3;
 inline constexpr std::ptrdiff_t MOST_HEIGHT = 24;
