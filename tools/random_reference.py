@@ -78,7 +78,7 @@ def show(name, values):
     print(name, ", ".join(v.hex() for v in values))
 
 
-for lag, seed in ((127, 0), (127, 1234), (22, 1), (532, 77)):
+for lag, seed in ((127, 0), (127, 1234), (22, 1), (532, 77), (60, 8191), (63, 5), (153, 123456)):
     g = Generator(lag, seed)
     u = [g.uniform() for _ in range(2000)]
     show(f"uniform lag {lag} seed {seed}: 1-3, 2000:", u[:3] + u[-1:])
