@@ -53,18 +53,19 @@ bool wrong_value(std::string_view word) {
 
 // ---- Options -----------------------------------------------------------------------------------
 
-// Words of devices that are gone.
+// Words of devices that are gone, and those that only regions of CONFID use.
 void warn_of_idle_options() {
-  constexpr std::array<std::string_view, 13> idle = {"EGA",   "VGA",     "PALETT", "MODE",  "PORT",
-                                                     "RMAL",  "PRINT",   "GOAWAY", "COLOR", "FPLOT",
-                                                     "BLANK", "FPLOT90", "DUMP"};
+  constexpr auto idle = std::to_array<std::string_view>(
+      {"EGA",    "VGA",      "PALETT", "MODE",  "PORT",    "RMAL", "PRINT",
+       "GOAWAY", "COLOR",    "FPLOT",  "BLANK", "FPLOT90", "DUMP", "FCRITICA",
+       "DF",     "TCRITICA", "COEF1",  "COEF2", "VAR1",    "VAR2", "COVAR12"});
   std::size_t rank[4] = {0, 0, 0, 0};
   for (const OptionWord& w : PLOTOPT.view()) {
     const std::size_t place = rank[static_cast<int>(w.kind)]++;
-    const bool given = w.kind == OptionKind::Logical    ? OPTCOM.lgiven[place]
-                       : w.kind == OptionKind::Integer  ? OPTCOM.igiven[place]
-                       : w.kind == OptionKind::Variable ? !OPTCOM.VOPT[place].text.empty()
-                                                        : false;
+    const bool given = w.kind == OptionKind::Logical   ? OPTCOM.lgiven[place]
+                       : w.kind == OptionKind::Integer ? OPTCOM.igiven[place]
+                       : w.kind == OptionKind::Real    ? OPTCOM.xgiven[place]
+                                                       : !OPTCOM.VOPT[place].text.empty();
     if (given && std::ranges::find(idle, w.word) != idle.end()) {
       warn<"(' ...WARNING..THE ', A, ' OPTION HAS NO EFFECT')">(w.word);
     }
