@@ -159,7 +159,8 @@ void sample_from_data(Workspace ws, std::span<const ListItem> list) {
 
 void CKSMPL(Workspace ws, std::span<const ListItem> list) {
   const Trace trace("CKSMPL");
-  const bool nonlinear = INPCOM.IKOD == K_NLINEAR;
+  // The variables of NLINEAR are known only when its lines have been read.
+  const bool nonlinear = INPCOM.IKOD == K_NLINEAR && list.empty();
   // 1. The marks of the last command's missing data go, also those left when SKIPMISS was put off.
   if (skipping()) {
     const std::span<double> skip = skip_vector(ws);

@@ -22,7 +22,11 @@
 #include "graphics/graphics.h"
 #include "platform/signals.h"
 #include "limdep/limdep.h"
+#include "nonlinear/nonlinear.h"
+#include "regress/auto.h"
+#include "regress/fcast.h"
 #include "regress/regress.h"
+#include "regress/systems.h"
 #include "regress/tests.h"
 #include "stats/stats.h"
 
@@ -64,7 +68,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("DUMP", DUMPIT),
     row("ENDO", DOEND, Tail::Raw),
     row("DELETE", DELETX),
-    row("AUTO"),
+    row("AUTO", AUTC),
     row("STATS", STATS),
     row("PLOTS", PLOTC),
     row("POOL"),
@@ -82,21 +86,21 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("DISTRIB", DISTR),
     row("COPY", COPYX),
     row("BOX"),
-    row("2SLS"),
+    row("2SLS", SYSCON),
     row("SAVE", SAVEX),
     row("RESTORE", SAVEX),
     row("SPREAD", nullptr, Tail::Raw),
     loop("PARM", Tail::Words, false),
-    row("FCAST"),
-    row("SYSTEM", nullptr, Tail::Raw),
+    row("FCAST", FC),
+    row("SYSTEM", SYSCON, Tail::Count),
     row("LIST", PRINTX),
-    row("NLINEAR", nullptr, Tail::Raw),
+    row("NLINEAR", NLIN, Tail::Raw),
     row("DLAGS"),
     row("INDEX", INDEXC),
     row("PROBIT", PROBC),
     row("LOGIT", PROBC),
     row("TOBIT", PROBC),
-    row("MLE"),
+    row("MLE", NLIN),
     loop("EQ"),
     loop("COEFFICI"),
     loop("LAGS"),
@@ -107,8 +111,8 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("DEMONSTR", nullptr, Tail::Raw),
     loop("PAUSE"),
     row("USER", nullptr, Tail::Raw),
-    row("DIAGNOSE"),
-    row("INSTRUME"),
+    row("DIAGNOSE", FC),
+    row("INSTRUME", SYSCON),
     row("TABLES", nullptr, Tail::Raw),
     row("ARIMA", BJCON),
     row("GOTO", GOTOX, Tail::Words),
@@ -117,7 +121,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("SMPL", SMPL, Tail::Words),
     row("ROBUST"),
     row("INQUIRE", INQUIRX, Tail::Raw),
-    row("HETERO"),
+    row("HETERO", NLIN),
     {"PROCEDUR", PROCDEF, Tail::Raw, true},
     row("PROCEND", DOEND, Tail::Raw),
     loop("ENDOGENO"),
@@ -136,7 +140,7 @@ constexpr std::array<CommandRow, NCOMMANDS> TABLE = {{
     row("LP", nullptr, Tail::Raw),
     row("NONPAR"),
     row(""),
-    row("GME"),
+    row("GME", NLIN),
     row("FLS"),
     row(""),
     row("VAR"),

@@ -39,6 +39,7 @@ enum Ikod : int {
   K_DUMP = 23,
   K_ENDO = 24,
   K_DELETE = 25,
+  K_AUTO = 26,
   K_STATS = 27,
   K_POOL = 29,
   K_RENAME = 31,
@@ -50,6 +51,7 @@ enum Ikod : int {
   K_MATRIX = 39,
   K_GEN1 = 40,
   K_COPY = 42,
+  K_BOX = 43,
   K_2SLS = 44,
   K_SAVE = 45,
   K_RESTORE = 46,
@@ -61,6 +63,7 @@ enum Ikod : int {
   K_PROBIT = 55,
   K_LOGIT = 56,
   K_TOBIT = 57,
+  K_MLE = 58,
   K_EQ = 59,
   K_COEFFICI = 60,
   K_LAGS = 61,
@@ -73,6 +76,7 @@ enum Ikod : int {
   K_BAYES = 74,
   K_CONFIDEN = 75,
   K_SMPL = 76,
+  K_HETERO = 79,
   K_PROCEDUR = 80,
   K_PROCEND = 81,
   K_ENDOGENO = 82,
@@ -88,6 +92,7 @@ enum Ikod : int {
   K_COINTEGR = 92,
   K_CONVERT = 93,
   K_IF1 = 94,
+  K_GME = 98,
   K_TIMEFMT = 107,
   K_AXISFMT = 108,
   K_GRAPH = 109,
@@ -99,6 +104,7 @@ enum Ikod : int {
 // How the command's tail is split before its handler runs.
 enum class Tail : std::uint8_t {
   List,     // variables and options: SCANIT with look-up
+  Count,    // a number (literal, $ temporary or scalar), then the same
   Words,    // words without look-up
   Options,  // the whole tail is an option list (SET, DISPLAY)
   Raw,      // not split: expressions, text, FILE

@@ -381,7 +381,8 @@ Prefix take_prefixes(int& at) {
         return Prefix::Done;
       }
       default:
-        if (c == '2' || c == '9') return Prefix::Command;
+        if (c == '2' && (typed_at(at + 1) == 'S' || typed_at(at + 1) == 's')) return Prefix::Command;
+        if (c == '9') return Prefix::Command;
         if (NAMCHK(c) != 0) return Prefix::Unknown;
         break;
     }
@@ -417,9 +418,17 @@ void run_system_line(std::string_view text) {
   if (!OSCOM.OSCAN) SYSCMD(text);
 }
 
+// A row of numbers: data of the command in front, which a run that only looks doesn't read.
+bool row_of_numbers() {
+  const std::string_view text{BUFFER.typed.data(), static_cast<std::size_t>(BUFFER.length)};
+  return text.find_first_of("0123456789") != std::string_view::npos &&
+         text.find_first_not_of("0123456789.+-eE, \t") == std::string_view::npos;
+}
+
 // Finds the command in the buffer. True when there is one to run.
 bool find_in_buffer() {
   if (dropped_by_editor()) return false;
+  if (RUNCOM.settings.check && row_of_numbers()) return false;
   int at = 0;
   for (;;) {
     const Prefix prefix = take_prefixes(at);

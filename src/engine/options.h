@@ -34,6 +34,7 @@ struct ScnCom {
   int NFPAR = 0;      // parenthesised items
   int INPAR = 0;      // unit of a (unit) item
   int NEWV = 0;       // new names accepted
+  std::string_view count;  // word in front of the list (Tail::Count), empty when it is missing
   bool file = false;  // a (file) item was given: its name is in `file_name`
   std::string_view file_name;
   std::span<ListItem> INLIST;  // MAXVAR places; NF in use
@@ -60,6 +61,8 @@ int stand_in(std::string_view name);
 
 // Splits the command text: fills SCNCOM and TOKCOM. Failure: OERR or ODONT.
 void SCANIT(Workspace ws);
+// The same for a command that splits its tail itself: a list and options from a place of the text on.
+void scan_tail(Workspace ws, int position);
 
 // ---- Option tables
 // -------------------------------------------------------------------------------

@@ -219,6 +219,14 @@ bool add_range(Workspace ws, std::string_view first, std::string_view last, bool
   return true;
 }
 
+// The word in front of the list.
+void scan_count(Cursor& c) {
+  c.skip_blanks();
+  std::size_t n = 0;
+  while (name_char(c.peek(n)) || c.peek(n) == '.' || (n == 0 && c.peek() == '-')) ++n;
+  SCNCOM.count = c.take(n);
+}
+
 // The unit or file in brackets behind READ, PRINT or WRITE.
 bool scan_file(Cursor& c) {
   const auto close = c.text.find(')', c.at);
@@ -388,15 +396,31 @@ int stand_in(std::string_view name) {
   return number > DATCOM.NVARS + 1 ? number : 0;
 }
 
-void SCANIT(Workspace ws) {
-  const Trace trace("SCANIT");
+static void clear_scan() {
   SCNCOM.NF = SCNCOM.NWORDS = SCNCOM.NOPS = SCNCOM.NFPAR = SCNCOM.INPAR = SCNCOM.NEWV = 0;
   SCNCOM.file = false;
   SCNCOM.file_name = {};
+  SCNCOM.count = {};
   RANGENAMES.used = 0;
   TOKCOM.token[0] = {{INPCOM.COMWRD, KEYLEN}, {INPCOM.COMWRD, KEYLEN}, false, 0};
+}
+
+void scan_tail(Workspace ws, int position) {
+  const Trace trace("SCANIT");
+  clear_scan();
+  Cursor c{command_text(), command_typed(), static_cast<std::size_t>(position)};
+  scan_list(ws, c);
+  SCNCOM.NWORDS = SCNCOM.NF;
+}
+
+void SCANIT(Workspace ws) {
+  const Trace trace("SCANIT");
+  clear_scan();
   Cursor c{command_text(), command_typed(), static_cast<std::size_t>(SCNCOM.ISTART)};
   switch (COMMANDS[static_cast<std::size_t>(INPCOM.IKOD - 1)].tail) {
+    case Tail::Count:
+      scan_count(c);
+      [[fallthrough]];
     case Tail::List:
       scan_list(ws, c);
       SCNCOM.NWORDS = SCNCOM.NF;

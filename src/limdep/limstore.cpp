@@ -126,6 +126,11 @@ void save_model(Workspace ws, const LimModel& m) {
   }
   means.push_back(ybar);
   save_estimate(ws, estimate_of(m, list, means));
+  SAVED.choices = m.choices;
+  SAVED.low = m.model.low;
+  SAVED.share = m.model.share;
+  SAVED.limit = LIMCOM.LIMIT;
+  SAVED.upper = LIMCOM.UPPER;
 }
 
 void residual_statistics(Workspace ws, const LimModel& m, std::span<const double> observed,

@@ -26,6 +26,10 @@ class Objective {
   // objective without derivatives of its own (analytic false) is never asked for them.
   virtual Value evaluate(std::span<const double> b, std::span<double> gradient) = 0;
   bool analytic = true;
+  // Parameter i and the slope by it as they are printed; another value than b[i] where the function
+  // is iterated in units of its own.
+  virtual double shown(std::span<const double> b, std::size_t i) const { return b[i]; }
+  virtual double shown_slope(std::span<const double> g, std::size_t i) const { return g[i]; }
 
  protected:
   ~Objective() = default;
@@ -63,10 +67,10 @@ HessianFactors kept_factors(int n, bool same);
 struct Minimum {
   double f = 0.0;
   int iterations = 0, evaluations = 0;
-  int updates = 0;           // of the factors since they were last the identity
+  int updates = 0;  // of the factors since they were last the identity
   bool converged = false;
-  bool stopped = false;      // by the user
-  int ERR = 0;               // 52023, 52027, 52029, 52030 as set in $ERR; 0 a clean end
+  bool stopped = false;  // by the user
+  int ERR = 0;           // 52023, 52027, 52029, 52030 as set in $ERR; 0 a clean end
 };
 
 // Words of work space of NLFMIN, NLQN and ANNEAL for n parameters (the factors come on top).
@@ -85,7 +89,9 @@ Minimum NLQN(Objective& objective, std::span<double> b, std::span<double> gradie
 // (1994). Reads the bounds and the SA options of NLCOM. IER as in the published algorithm.
 struct Annealed {
   Minimum minimum;
-  int IER = 0;  // 0 done, 1 SAITER reached, 2 start out of bounds, 3 temperature, 4 stopped
+  // 0 done, 1 SAITER reached, 2 start out of bounds, 3 temperature, 4 stopped, 5 refused. With 2
+  // and 5 the command has been marked as failed.
+  int IER = 0;
 };
 Annealed ANNEAL(Workspace ws, Objective& objective, std::span<double> b, std::span<double> work,
                 const MinimiserReport& report);

@@ -36,7 +36,7 @@ struct NlCom {
   int ORDER = 0, ITER = 100, NCOEF = 0, ARCH = 0, PITER = 15, IN = 0, OUT = 0, GARCH = 0;
   int AUTCOV = -999, PENTYPE = 0;
   int SANEPS = 4, SANS = 20, SANT = 100, SAITER = 1000000;
-  bool arch_given = false, garch_given = false, order_given = false;
+  bool arch_given = false, garch_given = false, order_given = false, numcov_given = false;
   // Real options. CONV is CONVERGE=. ARCHM -999: no such term.
   double CONV = 1e-5, STEPSIZE = 1e-4, ESTFN = 100.0, DELTA = 1e-4, ARCHM = -999.0, LOGEPS = 0.0;
   double PENLAMBD = 1.0, PENLOW = -9e20, PENHI = 9e20;
@@ -56,7 +56,7 @@ struct NlCom {
 inline constinit NlCom NLCOM{};
 
 void NLIN(Workspace ws);   // NLINEAR, MLE, HETERO, GME
-void NLIN1(Workspace ws);  // NLINEAR and GME behind the option line
+void NLIN1(Workspace ws);  // NLINEAR behind the option line
 void NLMLE(Workspace ws);  // MLE
 void NLHET(Workspace ws);  // HETERO
 // Maximum entropy: the list is a dependent variable and its regressors.

@@ -1,6 +1,7 @@
 // CONFID: confidence intervals of coefficients and of the error variance.
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "engine/options.h"
@@ -85,7 +86,7 @@ int listed_coefficient(Workspace ws, const ListItem& item) {
   }
   const int n = item.var > 2 * DATCOM.MAXVAR ? (item.var - 1) % DATCOM.MXCOL + 1 : item.column;
   const auto regressors = std::span(SAVED.list).first(SAVED.coef.size());
-  const int place = find_coefficient(ws, regressors, item.name, n);
+  const int place = find_coefficient(ws, regressors, item.name, n, SAVED.equations);
   if (place == 0) report_no_coefficient(ws, item.name, n);
   return place;
 }
@@ -103,35 +104,79 @@ bool invalid_numbers() {
   return false;
 }
 
-// What a picture of the joint region of two coefficients is made of.
-bool keep_region(Workspace ws, int first, int second, double DF, double point) {
+// Values that stand in the places of the five numbers of a region; UNSET where there is none.
+struct RegionNumbers {
+  std::array<std::string_view, 2> name;
+  std::array<double, 2> coef{UNSET, UNSET}, var{UNSET, UNSET};
+  double covar = UNSET;
+};
+
+// Two coefficients of the estimate.
+RegionNumbers estimated_numbers(Workspace ws, int first, int second) {
+  const int places[2] = {first, second};
+  RegionNumbers r;
+  for (std::size_t k = 0; k < 2; ++k) {
+    const auto i = static_cast<std::size_t>(places[k] - 1);
+    const ListItem& item = SAVED.list[i];
+    r.name[k] = item.var != 0 ? NAME(ws, item.var) : item.name;
+    r.coef[k] = SAVED.coef[i];
+    r.var[k] = SAVED.cov[packed(places[k], places[k])];
+  }
+  r.covar = SAVED.cov[packed(first, second)];
+  return r;
+}
+
+// The two values of the last joint test.
+RegionNumbers tested_numbers() {
+  return {.name = {"$VAL1", "$VAL2"},
+          .coef = {temporary(temporary_place("VAL1")), temporary(temporary_place("VAL2"))},
+          .var = {temporary(temporary_place("CT11")), temporary(temporary_place("CT22"))},
+          .covar = temporary(temporary_place("CT12"))};
+}
+
+constexpr std::array<int, 5> NUMBER_PLACES = {CONFOPT.place("COEF1"), CONFOPT.place("COEF2"),
+                                              CONFOPT.place("VAR1"), CONFOPT.place("VAR2"),
+                                              CONFOPT.place("COVAR12")};
+
+int numbers_given() { return static_cast<int>(std::ranges::count_if(NUMBER_PLACES, real_given)); }
+
+// A region asked for without names: by numbers, or by an option that only a picture has.
+bool nameless_region() {
+  const auto flag = [](int place) { return OPTCOM.LOPT[static_cast<std::size_t>(place)]; };
+  return numbers_given() > 0 || real_given(CONFOPT.place("FCRITICA")) ||
+         OPTCOM.igiven[CONFOPT.place("POINTS")] || flag(CONFOPT.place("GNUPLOT")) ||
+         flag(CONFOPT.place("GRAPHICS"));
+}
+
+// What a picture of the joint region of two coefficients is made of. Options replace the numbers.
+bool keep_region(RegionNumbers n, double DF, bool asymptotic, double point) {
   ConfidenceRegion r;
   r.DF = DF;
-  r.DN = SAVED.DN;
+  r.DN = asymptotic;
   r.tcritical = point;
   if (!real_given(CONFOPT.place("TCRITICA"))) {
     r.tcritical90 = r.DN ? NORMAL_POINT_90 : t_point(DF, 0.10);
   }
   if (real_given(CONFOPT.place("FCRITICA"))) r.fcritical = real_value(CONFOPT.place("FCRITICA"));
-  const auto from = [](int place, double value) {
-    return real_given(place) ? real_value(place) : value;
-  };
-  const auto coefficient = [](int i) { return SAVED.coef[static_cast<std::size_t>(i - 1)]; };
-  r.coef[0] = from(CONFOPT.place("COEF1"), coefficient(first));
-  r.coef[1] = from(CONFOPT.place("COEF2"), coefficient(second));
-  r.var[0] = from(CONFOPT.place("VAR1"), SAVED.cov[packed(first, first)]);
-  r.var[1] = from(CONFOPT.place("VAR2"), SAVED.cov[packed(second, second)]);
-  r.covar = from(CONFOPT.place("COVAR12"), SAVED.cov[packed(first, second)]);
+  double* const numbers[] = {&n.coef[0], &n.coef[1], &n.var[0], &n.var[1], &n.covar};
+  for (std::size_t i = 0; i < NUMBER_PLACES.size(); ++i) {
+    if (real_given(NUMBER_PLACES[i])) *numbers[i] = real_value(NUMBER_PLACES[i]);
+    if (*numbers[i] == UNSET) {
+      fail(" ...ERROR..INVALID COEFFICIENTS OR OPTIONS");
+      return false;
+    }
+  }
+  r.coef = n.coef;
+  r.var = n.var;
+  r.covar = n.covar;
   if (!(r.var[0] > 0.0 && r.var[1] > 0.0 && r.covar * r.covar < r.var[0] * r.var[1])) {
     fail(" ...ERROR..INVALID COEFFICIENTS OR OPTIONS");
     return false;
   }
-  const int places[2] = {first, second};
   for (std::size_t k = 0; k < 2; ++k) {
-    const ListItem& item = SAVED.list[static_cast<std::size_t>(places[k] - 1)];
-    const std::string_view name = item.var != 0 ? NAME(ws, item.var) : item.name;
     r.names[k].fill(' ');
-    std::copy_n(name.begin(), std::min<std::size_t>(name.size(), KEYLEN), r.names[k].begin());
+    std::copy_n(n.name[k].begin(), std::min<std::size_t>(n.name[k].size(), KEYLEN),
+                r.names[k].begin());
   }
   r.points = std::clamp(OPTCOM.IOPT[CONFOPT.place("POINTS")], LEAST_POINTS, MOST_POINTS);
   r.set = true;
@@ -167,12 +212,17 @@ void CONFID(Workspace ws) {
   // 1. Options.
   OPTION(ws, CONFOPT);
   if (OCOM.ODONT || OSCOM.OSCAN) return;
-  if (ADDCOM.KTEST == 0) return fail(" ...ERROR.CONFID COMMAND MUST FOLLOW ESTIMATION");
+  const bool estimated = ADDCOM.KTEST != 0;
+  const bool nameless = SCNCOM.NF == 0 && nameless_region();
+  const auto all = static_cast<int>(NUMBER_PLACES.size());
+  if (!estimated && !(nameless && numbers_given() == all)) {
+    return fail(" ...ERROR.CONFID COMMAND MUST FOLLOW ESTIMATION");
+  }
   if (invalid_numbers()) return fail(" ...ERROR..INVALID COEFFICIENTS OR OPTIONS");
   // 2. The coefficients asked for, all of them checked before the first line is printed.
   int pair[2] = {0, 0};
   int coefficients = 0;
-  bool variance = SCNCOM.NF == 0;
+  bool variance = SCNCOM.NF == 0 && !nameless;
   for (const ListItem& item : SCNCOM.list()) {
     const int place = listed_coefficient(ws, item);
     if (place == 0) return;
@@ -183,15 +233,27 @@ void CONFID(Workspace ws) {
     }
   }
   // 3. Critical values.
-  const double DF = real_given(CONFOPT.place("DF")) ? real_value(CONFOPT.place("DF")) : SAVED.DF;
+  const bool own_DF = real_given(CONFOPT.place("DF"));
+  const bool asymptotic = estimated ? SAVED.DN : !own_DF;
+  const double DF = own_DF ? real_value(CONFOPT.place("DF")) : estimated ? SAVED.DF : 1.0;
   const bool own_point = real_given(CONFOPT.place("TCRITICA"));
   if (!(DF > 0.0)) return warn(" ...WARNING..ZERO DEGREES OF FREEDOM LEFT");
-  const double point = own_point  ? real_value(CONFOPT.place("TCRITICA"))
-                       : SAVED.DN ? NORMAL_POINT
-                                  : t_point(DF, 2.0 * TAIL);
+  const double point = own_point    ? real_value(CONFOPT.place("TCRITICA"))
+                       : asymptotic ? NORMAL_POINT
+                                    : t_point(DF, 2.0 * TAIL);
   // 4. The joint region of two coefficients.
-  const bool region = coefficients == 2 && pair[0] != pair[1];
-  if (region && !keep_region(ws, pair[0], pair[1], DF, point)) return;
+  const bool region = nameless || (coefficients == 2 && pair[0] != pair[1]);
+  if (region) {
+    RegionNumbers numbers;
+    if (!nameless) {
+      numbers = estimated_numbers(ws, pair[0], pair[1]);
+    } else if (numbers_given() == all) {
+      numbers.name = {"COEF1", "COEF2"};
+    } else {
+      numbers = tested_numbers();
+    }
+    if (!keep_region(numbers, DF, asymptotic, point)) return;
+  }
   // 5. The intervals.
   if (OCOM.OPUT) {
     if (own_point) {
@@ -200,7 +262,13 @@ void CONFID(Workspace ws) {
       say(" USING 95% CONFIDENCE INTERVALS");
     }
     say(" NAME        LOWER     COEFFICIENT     UPPER");
-    if (SCNCOM.NF == 0) {
+    if (nameless) {
+      for (std::size_t k = 0; k < 2; ++k) {
+        const double half = point * std::sqrt(REGION.var[k]);
+        print_row({REGION.names[k].data(), REGION.names[k].size()}, REGION.coef[k] - half,
+                  REGION.coef[k], REGION.coef[k] + half);
+      }
+    } else if (SCNCOM.NF == 0) {
       for (std::size_t i = 0; i < SAVED.coef.size(); ++i) print_coefficient(ws, i, point);
     }
     for (const ListItem& item : SCNCOM.list()) {

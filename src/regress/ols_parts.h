@@ -1,12 +1,15 @@
 // Pieces of OLSEST, OLSOUT and OLSRES that lie in files of their own.
 #pragma once
 
+#include <array>
 #include <span>
 
 #include "expr/kernels/columns.h"
 #include "regress/regress.h"
 
 namespace korvel {
+
+class Line;
 
 // olslist.cpp: turns the listed variables into the model list. Returns the largest lag, -1 after an
 // error. The weight comes last.
@@ -31,6 +34,7 @@ struct FitData {
   ColumnList raw;         // regressors, constant, dependent variable
   ColumnList x;           // the same times the roots of the weights
   std::int64_t rows = 0;  // rows in use
+  bool again = false;     // a further fit of the same variables: no moments, no warnings
   // Rows in place, read by the sweep of METHOD=NORMAL alone.
   bool in_place = false;
   const double* weight = nullptr;  // in place
@@ -45,6 +49,9 @@ void build_rows(Workspace ws, std::span<const ListItem> list, std::int64_t n,
 // column.
 double complex_moments(const ColumnList& x, std::span<double> means, std::span<double> squares);
 
+// olsest.cpp: the rows as a fit reads them (DUMP).
+void dump_matrix(const ColumnList& x);
+
 // olsweigh.cpp: moments under the weights, FCOM.SWT, ZZ and XMAXL, and the root of every weight.
 // The weights are scaled in `weight` (a copy). means and squares get all columns of x.
 void WEIGHTS(Workspace ws, const ColumnList& x, std::span<double> weight, std::span<double> root,
@@ -55,6 +62,7 @@ double weights_in_place(Workspace ws, const double* weight);
 // olsfit.cpp: the method branch. Sets coef, cov, means, squares and FCOM.SSE; a stepwise choice
 // shortens list and columns (OLSCOM.NF). False after a failure that has been reported.
 bool refuse_values(Workspace ws, int var);  // false: the variable holds NaN or infinite values
+bool refuse_size(Workspace ws, int var);    // false: its squares leave the range of reals
 std::int64_t fit_words(int NF, std::int64_t rows);
 bool fit_model(Workspace ws, FitData& data, FitRoom& room);
 // INCOVARI=: the user's covariance matrix in place of the fit's, as it stands.
@@ -118,6 +126,18 @@ struct ResidualSums {
 
 // olsres_list.cpp
 void print_listing(Workspace ws, const Estimate& est);
+// Its pieces, for forecasts. `probabilities` adds the legend of their plot to a wide heading.
+void print_listing_heading(std::string_view residual, bool probabilities = false);
+void put_identifier(Line& row, double value);
+// `columns` columns (at most 60): blank, or with I in the middle, * at the residual e, X at an edge
+// that it passes. One sigma is a sixth of the width.
+struct ListingStrip {
+  std::array<char, 60> text;
+  int width;
+  explicit ListingStrip(int columns);
+  ListingStrip(double e, double sigma, int columns);
+  std::string_view view() const { return {text.data(), static_cast<std::size_t>(width)}; }
+};
 
 // olsres_normal.cpp
 void test_normality(const Estimate& est, const ResidualSums& sums);
@@ -128,5 +148,7 @@ void write_residual_plots(Workspace ws, const Estimate& est);
 
 // olsstore.cpp: the variables of RESID=, PREDICT=, HATDIAG=, TRATIO=, STDERR=, COEF= and COVARIAN=.
 void store_results(Workspace ws, const Estimate& est, std::span<const double> hat);
+// Makes the variable of a name option, `NAME:n` being column n of a matrix. 0: not wanted or failed.
+int estimate_variable(Workspace ws, const NameOption& option, VarType type, std::int64_t length, int N2);
 
 }  // namespace korvel

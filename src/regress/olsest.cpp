@@ -13,6 +13,23 @@
 #include "regress/tests.h"
 
 namespace korvel {
+
+void dump_matrix(const ColumnList& x) {
+  for (std::int64_t t = 0; t < x.rows; ++t) {
+    Line row;
+    row.put<"(1X)">();
+    for (std::size_t c = 0; c < x.column.size(); ++c) {
+      if (c > 0 && c % 8 == 0) {
+        OUTLINE();
+        row = Line();
+        row.put<"(1X)">();
+      }
+      row.put<"(G15.7)">(x.at(c, t));
+    }
+    OUTLINE();
+  }
+}
+
 namespace {
 
 void print_header(Workspace ws, const ResultProfile& profile, const ListItem& dependent) {
@@ -35,22 +52,6 @@ void warn_dummy(const double* y, std::int64_t n) {
   if (!std::all_of(y, y + n, [](double v) { return v == 0.0 || v == 1.0; })) return;
   warn(" ...WARNING..DEPENDENT VARIABLE IS DUMMY VARIABLE");
   if (OSCOM.OWARN) say("...TRY LOGIT or PROBIT");
-}
-
-void dump_matrix(const ColumnList& x) {
-  for (std::int64_t t = 0; t < x.rows; ++t) {
-    Line row;
-    row.put<"(1X)">();
-    for (std::size_t c = 0; c < x.column.size(); ++c) {
-      if (c > 0 && c % 8 == 0) {
-        OUTLINE();
-        row = Line();
-        row.put<"(1X)">();
-      }
-      row.put<"(G15.7)">(x.at(c, t));
-    }
-    OUTLINE();
-  }
 }
 
 void print_auxiliary(Workspace ws, const Estimate& est) {
@@ -332,7 +333,12 @@ void OLSEST(Workspace ws, const ResultProfile& profile) {
   }
   store_results(ws, est, room.hat);
   OCOM.OMEAN = false;
-  if (!OCOM.ODONT) save_estimate(ws, est);
+  if (OCOM.ODONT) return;
+  save_estimate(ws, est);
+  SAVED.least_squares = o.build == Build::Plain;
+  SAVED.plain = SAVED.least_squares && plain && o.INCOEFFI == 0 && o.MOMENTS == 0 && !o.REPLICAT;
+  SAVED.KWT = o.KWT;
+  SAVED.NORMALIZ = o.NORMALIZ;
 }
 
 }  // namespace korvel

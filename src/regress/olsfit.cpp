@@ -20,6 +20,13 @@ bool refuse_values(Workspace ws, int var) {
   return false;
 }
 
+bool refuse_size(Workspace ws, int var) {
+  fail<"(' ...ERROR..VARIABLE ', A, ' IS TOO LARGE OR TOO SMALL FOR THIS FIT. RESCALE IT')">(
+      NAME(ws, var));
+  temporary(temporary_place("ERR")) = 6017;
+  return false;
+}
+
 namespace {
 
 constexpr int T_ERR = temporary_place("ERR");
@@ -57,13 +64,6 @@ void warn_constants(Workspace ws, std::span<const double> squares) {
       warn<"(' ...WARNING..VARIABLE ', A, ' IS A CONSTANT')">(NAME(ws, list[k].var));
     }
   }
-}
-
-bool refuse_size(Workspace ws, int var) {
-  fail<"(' ...ERROR..VARIABLE ', A, ' IS TOO LARGE OR TOO SMALL FOR THIS FIT. RESCALE IT')">(
-      NAME(ws, var));
-  temporary(T_ERR) = ERR_COLLINEAR;
-  return false;
 }
 
 // Sums of squares that overflow or underflow ask for the columns to be scaled; values that are not
@@ -142,7 +142,7 @@ bool unscale(Workspace ws, FitRoom& room, std::span<const double> scale) {
 bool fit_gs(Workspace ws, FitData& data, FitRoom& room) {
   const int NF = OLSCOM.NF;
   const int K = NF - 1;
-  const int first = OLSCOM.weighted ? NF : 0;  // weighted moments are there already
+  const int first = OLSCOM.weighted || data.again ? NF : 0;  // the moments are there already
   int IFAULT = GSREG(data.x, room.work, room.factor, first, room.means, room.squares);
   if (IFAULT == FEWER_ROWS) return report_fault(ws, IFAULT, data.rows, {});
   const Range range = check_range(ws, data.x, [&](int j) { return gs_square_sum(room.factor, j); });
@@ -159,7 +159,7 @@ bool fit_gs(Workspace ws, FitData& data, FitRoom& room) {
     }
     IFAULT = GSREG(x, room.work, room.factor, first, room.means, room.squares);
   }
-  warn_constants(ws, room.squares);
+  if (!data.again) warn_constants(ws, room.squares);
   if (IFAULT != 0) return report_fault(ws, IFAULT, data.rows, "GRAM-SCHMIDT REGRESSION");
   gs_coefficients(room.factor, NF, room.coef);
   gs_inverse(room.factor, NF, room.cov);

@@ -88,8 +88,10 @@ void OLSOUT(Workspace ws, Estimate& est) {
   }
   const double M = FCOM.SSE / ZZ;
   // A mean alone explains nothing: the difference would only be rounding, of either sign.
-  const bool mean_only = K == 1 && OLSCOM.CONSTANT;
-  FCOM.RSQR = FCOM.SST > 0.0 && !mean_only ? 1.0 - FCOM.SSE / FCOM.SST : 0.0;
+  const bool mean_only = K == 1 && OLSCOM.CONSTANT && !profile.autocorrelated;
+  if (!profile.own_fit) {
+    FCOM.RSQR = FCOM.SST > 0.0 && !mean_only ? 1.0 - FCOM.SSE / FCOM.SST : 0.0;
+  }
   temporary(T_R2) = FCOM.RSQR;
   double sigma2 = FCOM.SSE;
   double adjusted = FCOM.RSQR;
@@ -99,6 +101,8 @@ void OLSOUT(Workspace ws, Estimate& est) {
     sigma2 = FCOM.SSE / FCOM.DF;
     adjusted = d0 > 0.0 ? FCOM.RSQR - (K - FCOM.NQ - 1.0) / d0 * (1.0 - FCOM.RSQR) : NO_VALUE;
   }
+  if (!profile.adjusted) adjusted = NO_VALUE;
+  if (profile.own_fit) adjusted = NO_VALUE;
   temporary(temporary_place("ADR2")) = adjusted;
   if (OLSCOM.DN) sigma2 = M;
   sigma2 = population_variance(sigma2);
@@ -106,18 +110,21 @@ void OLSOUT(Workspace ws, Estimate& est) {
   // 4. Log-likelihood of normal errors; a logarithm as dependent variable changes the measure.
   const bool log_dependent = OLSCOM.LOGLOG || OLSCOM.LOGLIN || OLSCOM.LOGINVER;
   double LLF = UNSET;
-  if (profile.likelihood && M > 0.0) {
+  if (profile.own_fit) {
+    LLF = FCOM.XMAXL;
+    temporary(temporary_place("LLF")) = LLF;
+  } else if (profile.likelihood && M > 0.0) {
     LLF = -(ZZ / 2.0) * std::log(2.0 * PI * M) - ZZ / 2.0;
-    if (OLSCOM.weighted) LLF += FCOM.XMAXL;
+    if (OLSCOM.weighted || profile.autocorrelated) LLF += FCOM.XMAXL;
     if (log_dependent) LLF -= ZZ * ybar;
     FCOM.XMAXL = LLF;
     temporary(temporary_place("LLF")) = LLF;
   }
   // 5. The summary.
-  if (OCOM.OPUT) {
+  if (OCOM.OPUT && profile.summary) {
     print_r_square(adjusted);
     print_variance(sigma2, ybar);
-    if (profile.likelihood_line) print_likelihood(LLF, log_dependent);
+    if (profile.likelihood_line) print_likelihood(LLF, log_dependent && !profile.own_fit);
     if (!OLSCOM.CONSTANT) say<"(' RAW MOMENT R-SQUARE =', G13.5)">(FCOM.RAW);
   }
   // 6. Model selection, analysis of variance.

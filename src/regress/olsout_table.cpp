@@ -32,6 +32,11 @@ double elasticity(const Estimate& est, int i) {
   return ybar != 0.0 ? est.coef[k] * xbar / ybar : 0.0;
 }
 
+std::string_view coefficient_name(Workspace ws, const Estimate& est, int i) {
+  const ListItem& item = est.list[static_cast<std::size_t>(i)];
+  return item.var == 0 ? item.name : NAME(ws, item.var);
+}
+
 double p_value(double t) {
   const double t2 = t * t;
   if (t2 > CERTAIN_T2) return 0.0;
@@ -54,8 +59,9 @@ CoefficientRow make_row(const Estimate& est, int i, double d0) {
     r.standardized = r.b * std::sqrt(std::fabs(est.squares[k])) / spread + 0.0;
   }
   r.elasticity = elasticity(est, i);
-  // A lag on a polynomial shares its variable with others; a part of a complex number has no mean.
-  r.scale_free = est.list[k].order == 0 && est.multiplicity == 1;
+  // A lag on a polynomial shares its variable with others; a part of a complex number has no mean,
+  // nor has a coefficient that stands with no variable.
+  r.scale_free = est.list[k].order == 0 && est.multiplicity == 1 && est.list[k].var != 0;
   return r;
 }
 
@@ -121,7 +127,7 @@ void print_triangle(Workspace ws, const Estimate& est, int a_line, F&& value) {
   for (int i = 1; i <= K + 1; ++i) {
     Line row;
     if (i <= K)
-      row.put<"(1X, A8)">(NAME(ws, est.list[static_cast<std::size_t>(i - 1)].var));
+      row.put<"(1X, A8)">(coefficient_name(ws, est, i - 1));
     else
       row.column(10);
     const int last = i <= K ? i : K;
@@ -134,7 +140,7 @@ void print_triangle(Workspace ws, const Estimate& est, int a_line, F&& value) {
       if (i <= K)
         row.put<FMT>(value(i, j));
       else
-        row.put<NAMES>(NAME(ws, est.list[static_cast<std::size_t>(j - 1)].var));
+        row.put<NAMES>(coefficient_name(ws, est, j - 1));
     }
     OUTLINE();
   }
@@ -164,8 +170,10 @@ void print_coefficients(Workspace ws, const Estimate& est, double d0) {
   }
   print_heading(*est.profile, {df, sizeof df});
   for (int i = 0; i < est.K(); ++i) {
+    if (est.mean_terms > 0 && i == 0) say<"(10X, 'MEAN EQUATION:')">();
+    if (est.mean_terms > 0 && i == est.mean_terms) say<"(10X, 'VARIANCE EQUATION:')">();
     const CoefficientRow r = make_row(est, i, d0);
-    const std::string_view name = NAME(ws, est.list[static_cast<std::size_t>(i)].var);
+    const std::string_view name = coefficient_name(ws, est, i);
     if (OSCOM.OWIDE)
       print_wide(name, r);
     else

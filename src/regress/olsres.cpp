@@ -81,9 +81,12 @@ void print_runs(const ResidualSums& s) {
       "F8.4)">(s.runs, s.positive, s.zero, s.negative, Z);
 }
 
-// Durbin's h for a lagged dependent variable, which is the first regressor.
-void durbin_h(const ResidualSums& s, double RHO) {
-  const double q = s.n / (1.0 - OLSCOM.DLAGV * s.n);
+// Durbin's h for a lagged dependent variable, which is the first regressor. Behind errors of first
+// order without one, the first autocorrelation of the residuals has the variance r*r/n (Box and
+// Pierce 1970).
+void durbin_h(const ResidualSums& s, double RHO, bool first_order) {
+  const double r = FCOM.RHO;
+  const double q = OLSCOM.DLAG ? s.n / (1.0 - OLSCOM.DLAGV * s.n) : s.n / (r * r);
   double& DURH = temporary(temporary_place("DURH"));
   if (!(q >= 0.0) || std::isinf(q)) {
     DURH = UNSET;
@@ -91,7 +94,14 @@ void durbin_h(const ResidualSums& s, double RHO) {
     return;
   }
   DURH = std::sqrt(q) * RHO;
-  if (OCOM.OPUT) say<"(' DURBIN H STATISTIC (ASYMPTOTIC NORMAL) =', G13.5)">(DURH);
+  if (!OCOM.OPUT) return;
+  Line row;
+  row.put<"(' DURBIN H STATISTIC (ASYMPTOTIC NORMAL) =', G13.5)">(DURH);
+  if (first_order && OLSCOM.DLAG)
+    row.text("  MODIFIED FOR AUTO ORDER=1 WITH LAGGED DEPVAR");
+  else if (first_order)
+    row.text("  MODIFIED FOR AUTO ORDER=1");
+  OUTLINE();
 }
 
 // SET SPV: the statistic of Shapiro and Wilk.
@@ -110,6 +120,7 @@ void print_shapiro(Workspace ws, const Estimate& est) {
 
 void OLSRES(Workspace ws, const Estimate& est) {
   const Trace trace("OLSRES");
+  const ResultProfile& profile = est.profile != nullptr ? *est.profile : OLS_PROFILE;
   // 1. The plots, the listing.
   if (OLSCOM.GNUPLOT) write_residual_plots(ws, est);
   if (OCOM.ODONT) return;
@@ -123,8 +134,8 @@ void OLSRES(Workspace ws, const Estimate& est) {
   const double variance = FCOM.DF > 0.0 ? s.e2 / FCOM.DF : 0.0;
   const bool logs = OLSCOM.LOGLOG || OLSCOM.LOGLIN;
   const double R2OP = r_square_between(est, [](double v) { return v; });
-  temporary(temporary_place("DW")) = DW;
-  temporary(temporary_place("RHO")) = RHO;
+  if (!profile.forecast) temporary(temporary_place("DW")) = DW;
+  if (!profile.autocorrelated && !profile.forecast) temporary(temporary_place("RHO")) = RHO;
   temporary(temporary_place("R2OP")) = R2OP;
   double R2AN = UNSET;
   if (logs) {
@@ -137,19 +148,25 @@ void OLSRES(Workspace ws, const Estimate& est) {
     if (OLSCOM.UT) {
       say(" RESIDUAL STATISTICS ARE COMPUTED FROM UNTRANSFORMED DEPENDENT VARIABLE");
     }
-    const Line blank;
-    Line first, second;
-    first.put<"(' DURBIN-WATSON =', F7.4, 4X, 'VON NEUMANN RATIO = ', F6.4, 4X, 'RHO = ', F8.5)">(
-        DW, ratio, RHO);
-    second.put<"(' RESIDUAL SUM =', G13.5, '  RESIDUAL VARIANCE =', G13.5)">(s.e, variance);
-    OUTLINE();
+    if (!profile.forecast) {
+      const Line blank;
+      Line first, second;
+      first.put<
+          "(' DURBIN-WATSON =', F7.4, 4X, 'VON NEUMANN RATIO = ', F6.4, 4X, 'RHO = ', F8.5)">(
+          DW, ratio, RHO);
+      second.put<"(' RESIDUAL SUM =', G13.5, '  RESIDUAL VARIANCE =', G13.5)">(s.e, variance);
+      OUTLINE();
+    }
     say<"(' SUM OF ABSOLUTE ERRORS=', G13.5)">(s.absolute);
     say<"(' R-SQUARE BETWEEN OBSERVED AND PREDICTED =', F7.4)">(R2OP);
     if (logs) say<"(' R-SQUARE BETWEEN ANTILOGS OBSERVED AND PREDICTED =', F7.4)">(R2AN);
+    if (profile.autocorrelated) say<"(' LOG-LIKELIHOOD FUNCTION =', G16.7)">(FCOM.XMAXL);
     print_runs(s);
   }
   // 4. The tests.
-  if (OLSCOM.DLAG) durbin_h(s, RHO);
+  if (profile.first_order || (OLSCOM.DLAG && !profile.autocorrelated)) {
+    durbin_h(s, RHO, profile.first_order);
+  }
   if (OLSCOM.GF || OLSCOM.LM) test_normality(est, s);
   if (OSCOM.OSPV && OCOM.OPUT) print_shapiro(ws, est);
   if (OLSCOM.LM && OLSCOM.DUMP) test_hall_pagan(est, s);

@@ -9,12 +9,12 @@
 #include "regress/ols_parts.h"
 
 namespace korvel {
-namespace {
 
-void print_heading(std::string_view residual) {
+void print_listing_heading(std::string_view residual, bool probabilities) {
   Line first, second;
   if (OSCOM.OWIDE) {
     first.put<"(' OBSERVATION           OBSERVED         PREDICTED   ', 3X, 'CALCULATED')">();
+    if (probabilities) first.put<"(9X, 'X=ACTUAL   *=PREDICTED')">();
     second.put<"(6X, 'NO.', 17X, 'VALUE', 12X, 'VALUE', 10X, A8)">(residual);
   } else {
     first.put<"(' ', '    OBS.   OBSERVED     PREDICTED   CALCULATED')">();
@@ -23,27 +23,19 @@ void print_heading(std::string_view residual) {
   OUTLINE();
 }
 
-// A line of `width` columns with I in its middle, * at the residual, X at an edge that it passes.
-// One sigma is width/6 columns.
-struct Strip {
-  std::array<char, 60> text;
-  int width;
+ListingStrip::ListingStrip(int columns) : width(columns) { text.fill(' '); }
 
-  Strip(double e, int columns) : width(columns) {
-    text.fill(' ');
-    const int middle = width / 2 + 1;
-    text[static_cast<std::size_t>(middle - 1)] = 'I';
-    const double sigma = FCOM.SEPLOT > 0.0 ? FCOM.SEPLOT : 1.0;
-    const double place = std::trunc(width / 6.0 * e / sigma + middle + 0.5);
-    if (place < 1.0)
-      text[0] = 'X';
-    else if (place > width)
-      text[static_cast<std::size_t>(width - 1)] = 'X';
-    else if (place >= 1.0)
-      text[static_cast<std::size_t>(place) - 1] = '*';
-  }
-  std::string_view view() const { return {text.data(), static_cast<std::size_t>(width)}; }
-};
+ListingStrip::ListingStrip(double e, double sigma, int columns) : ListingStrip(columns) {
+  const int middle = width / 2 + 1;
+  text[static_cast<std::size_t>(middle - 1)] = 'I';
+  const double place = std::trunc(width / 6.0 * e / (sigma > 0.0 ? sigma : 1.0) + middle + 0.5);
+  if (place < 1.0)
+    text[0] = 'X';
+  else if (place > width)
+    text[static_cast<std::size_t>(width - 1)] = 'X';
+  else if (place >= 1.0)
+    text[static_cast<std::size_t>(place) - 1] = '*';
+}
 
 // The value of IDVAR as text where its eight bytes are characters, else as a number.
 void put_identifier(Line& row, double value) {
@@ -58,10 +50,8 @@ void put_identifier(Line& row, double value) {
     row.put<"(G8.2)">(value);
 }
 
-}  // namespace
-
 void print_listing(Workspace ws, const Estimate& est) {
-  print_heading(est.profile->residual);
+  print_listing_heading(est.profile->residual);
   const std::span<double> ids = OLSCOM.KID > 0 ? elements(ws, OLSCOM.KID) : std::span<double>{};
   KeptRows rows(ws, est.blocks);
   while (rows.next()) {
@@ -71,7 +61,7 @@ void print_listing(Workspace ws, const Estimate& est) {
     const double e = est.residual[t];
     Line row;
     if (OSCOM.OWIDE) {
-      const Strip strip(e, 60);
+      const ListingStrip strip(e, FCOM.SEPLOT, 60);
       row.put<"(1X, I7, 1X)">(rows.obs);
       if (rows.obs <= std::ssize(ids))
         put_identifier(row, ids[static_cast<std::size_t>(rows.obs - 1)]);
@@ -79,7 +69,7 @@ void print_listing(Workspace ws, const Estimate& est) {
         row.put<"(8X)">();
       row.put<"(3G17.5, 1X, A60)">(y, y - e, e, strip.view());
     } else {
-      const Strip strip(e, 30);
+      const ListingStrip strip(e, FCOM.SEPLOT, 30);
       row.put<"(1X, I7, 1X, 3G13.5, 1X, A30)">(rows.obs, y, y - e, e, strip.view());
     }
     OUTLINE();

@@ -9,11 +9,9 @@
 #include "regress/ols_parts.h"
 
 namespace korvel {
-namespace {
 
-// Makes the variable of a name option, `NAME:n` being column n of a matrix. 0: not wanted or
-// failed.
-int make_result(Workspace ws, const NameOption& option, VarType type, std::int64_t length, int N2) {
+int estimate_variable(Workspace ws, const NameOption& option, VarType type, std::int64_t length,
+                      int N2) {
   std::string_view name = option.typed;
   if (name.empty()) return 0;
   int column = 0;
@@ -25,13 +23,15 @@ int make_result(Workspace ws, const NameOption& option, VarType type, std::int64
   return NEWVAR(ws, name, {.ITYPE = type, .LEN = length, .N2 = N2, .column = column});
 }
 
+namespace {
+
 // A series that holds value(row) at the kept rows and the missing code elsewhere. The second block
 // of a fit with two rows an observation follows behind element MEND.
 template <class F>
 bool store_series(Workspace ws, const NameOption& option, int blocks, F&& value) {
   if (option.text.empty()) return true;
   const std::int64_t length = std::int64_t{DATCOM.MEND} * blocks;
-  const int var = make_result(ws, option, SERIES, length, 1);
+  const int var = estimate_variable(ws, option, SERIES, length, 1);
   if (var == 0) return false;
   const std::span<double> to = elements(ws, var);
   std::fill(to.begin(), to.begin() + std::min<std::ptrdiff_t>(length, std::ssize(to)), MACOM.XMISS);
@@ -47,7 +47,7 @@ bool store_series(Workspace ws, const NameOption& option, int blocks, F&& value)
 template <class F>
 int store_vector(Workspace ws, const NameOption& option, int K, F&& value) {
   if (option.text.empty()) return 0;
-  const int var = make_result(ws, option, SERIES, K, 1);
+  const int var = estimate_variable(ws, option, SERIES, K, 1);
   if (var == 0) return 0;
   const std::span<double> to = elements(ws, var);
   for (int i = 0; i < K && i < std::ssize(to); ++i) to[static_cast<std::size_t>(i)] = value(i);
@@ -83,7 +83,7 @@ void store_results(Workspace ws, const Estimate& est, std::span<const double> ha
   ADDCOM.KCOV = 0;
   if (o.COVARIAN.text.empty() || OCOM.ODONT) return;
   const auto words = static_cast<std::int64_t>(packed_words(K));
-  const int var = make_result(ws, o.COVARIAN, SYMMETRIC, words, K);
+  const int var = estimate_variable(ws, o.COVARIAN, SYMMETRIC, words, K);
   if (var == 0) return;
   std::copy_n(est.cov.begin(), packed_words(K), elements(ws, var).begin());
   ADDCOM.KCOV = var;

@@ -17,6 +17,7 @@
 //   olsres.cpp          OLSRES: residual statistics; olsres_list.cpp the listing, olsres_normal.cpp
 //                       the tests of normality, olsres_plot.cpp the files of residual plots
 //   olsstore.cpp        variables that keep results
+//   systems*.cpp        SYSTEM, 2SLS, INST: systems.h says what is where
 // The room owns OLSCOM (options and plan of one estimation) and sets FCOM. The kernels are in
 // expr/kernels/gsreg.h, lsreg.h and moments.h.
 #pragma once
@@ -101,16 +102,24 @@ struct ResultProfile {
   bool likelihood_line = true;      // ... and is printed
   bool anova = true;                // model selection and analysis of variance
   bool f_test = true;               // the tables have F and its p-value
+  bool adjusted = true;             // there is an adjusted R-square
   bool residual_statistics = true;  // OLSRES
   std::string_view heading{};       // word over the coefficient table ("PSEUDO"), empty: none
   std::string_view residual = "RESIDUAL";  // heading of the last column of the listing
+  bool autocorrelated = false;  // AUTO: XMAXL holds the log of the rows' Jacobian, the residuals are
+                                // the errors behind the AR part and don't set $RHO
+  bool first_order = false;     // ... of order 1, with FCOM.RHO: Durbin's h is the modified one
+  bool forecast = false;  // FCAST: the residuals are forecast errors, $DW, $RHO and their block stay
+  bool summary = true;    // the lines before the tables: R-square, variance, ...
+  bool own_fit = false;  // FCOM holds the log-likelihood (XMAXL) and the R-square: not those of SSE
 };
 inline constexpr ResultProfile OLS_PROFILE{.word = "OLS"};
 
 // A fit as the results stage takes it. K coefficients, the dependent variable is column K+1.
 struct Estimate {
   const ResultProfile* profile = nullptr;
-  std::span<const ListItem> list;    // K regressors (constant included), dependent variable last
+  std::span<const ListItem> list;    // K regressors (constant included), dependent variable last;
+                                     // one without a variable has only a name
   std::span<double> coef;            // K
   std::span<double> cov;             // packed K: (X'X)^-1 on entry, the covariance afterwards
   std::span<const double> means;     // K+1 column means
@@ -119,6 +128,7 @@ struct Estimate {
   std::span<const double> residual;
   int multiplicity = 1;  // real coefficients of one that DF counts: 2 for complex data
   int blocks = 1;        // rows for each observation; the first block comes first
+  int mean_terms = 0;    // coefficients of the mean, those behind are of the variance; 0: no parts
   int K() const { return static_cast<int>(coef.size()); }
   const ListItem& dependent() const { return list.back(); }
 };

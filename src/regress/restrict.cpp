@@ -123,7 +123,8 @@ bool lag_restrictions(std::span<const ListItem> regressors, Restrictions& out) {
   return true;
 }
 
-bool read_restrictions(Workspace ws, std::span<const ListItem> regressors, Restrictions& out) {
+bool read_restrictions(Workspace ws, std::span<const ListItem> regressors, Restrictions& out,
+                       std::span<const SavedEquation> equations) {
   const Trace trace("TEST");
   // With all coefficients at zero the value of a linear expression is minus its right side.
   Scratch zeros(ws, static_cast<std::int64_t>(regressors.size()));
@@ -133,8 +134,7 @@ bool read_restrictions(Workspace ws, std::span<const ListItem> regressors, Restr
     return false;
   }
   std::ranges::fill(zeros.words(), 0.0);
-  if (OSCOM.OTALK) say(" ENTER RESTRICT COMMANDS, THEN TYPE END");
-  if (!read_hypotheses(ws, K_RESTRICT, {regressors, zeros.words()}, out)) return false;
+  if (!read_hypotheses(ws, K_RESTRICT, {regressors, zeros.words(), equations}, out)) return false;
   for (double& r : out.r) r = -r;
   return true;
 }

@@ -44,12 +44,13 @@ int base_variable(int var) { return var > 2 * DATCOM.MAXVAR ? (var - 1) / DATCOM
 struct NameContext {
   Workspace ws;
   std::span<const ListItem> list;
+  std::span<const SavedEquation> equations;
   bool refused = false;  // a name was, and the user has been told
 };
 
 int coefficient_operand(void* context, std::string_view name, int n) {
   NameContext& names = *static_cast<NameContext*>(context);
-  const int place = find_coefficient(names.ws, names.list, name, n);
+  const int place = find_coefficient(names.ws, names.list, name, n, names.equations);
   if (place == 0) {
     names.refused = true;
     report_no_coefficient(names.ws, name, n);
@@ -84,7 +85,16 @@ bool no_memory() {
 
 }  // namespace
 
-int find_coefficient(Workspace ws, std::span<const ListItem> list, std::string_view name, int n) {
+int find_coefficient(Workspace ws, std::span<const ListItem> list, std::string_view name, int n,
+                     std::span<const SavedEquation> equations) {
+  if (!equations.empty() && n > 0) {
+    if (n > std::ssize(equations)) return 0;
+    const SavedEquation& e = equations[static_cast<std::size_t>(n - 1)];
+    const auto first = static_cast<std::size_t>(e.first);
+    const int place =
+        find_coefficient(ws, list.subspan(first, static_cast<std::size_t>(e.K)), name, 0);
+    return place == 0 ? 0 : e.first + place;
+  }
   const int number = VARNUM(ws, name);
   bool columns = false;
   int met = 0;
@@ -128,7 +138,7 @@ bool compile_hypothesis(Workspace ws, int IKOD, const CoefficientNames& names,
   const Formula formula = carve_formula(room.take(static_cast<std::size_t>(formula_words())));
   const DerivativeRoom derivative =
       DerivativeRoom::carve(room.take(static_cast<std::size_t>(DerivativeRoom::words())));
-  NameContext context{ws, names.list};
+  NameContext context{ws, names.list, names.equations};
   GenrJob job;
   job.text = command_text();
   job.ISTART = SCNCOM.ISTART;
@@ -259,7 +269,8 @@ void TEST(Workspace ws) {
     }
     return;
   }
-  const CoefficientNames names{std::span(SAVED.list).first(SAVED.coef.size()), SAVED.coef};
+  const CoefficientNames names{std::span(SAVED.list).first(SAVED.coef.size()), SAVED.coef,
+                               SAVED.equations};
   // 2. A block is one joint hypothesis.
   if (block) {
     static Restrictions hypotheses;

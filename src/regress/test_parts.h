@@ -67,6 +67,7 @@ struct Hypothesis {
 struct CoefficientNames {
   std::span<const ListItem> list;  // regressors, one a coefficient
   std::span<const double> coef;    // values at which it is taken
+  std::span<const SavedEquation> equations{};  // of a system; empty: one equation
 };
 
 // Compiles the expression behind the command word of the command in the buffer and evaluates it
@@ -74,8 +75,10 @@ struct CoefficientNames {
 bool compile_hypothesis(Workspace ws, int IKOD, const CoefficientNames& names,
                         Hypothesis& hypothesis);
 
-// Place (from 1) of the coefficient NAME, or NAME:n for n > 0, among the regressors; 0 none.
-int find_coefficient(Workspace ws, std::span<const ListItem> list, std::string_view name, int n);
+// Place (from 1) of the coefficient NAME, or NAME:n for n > 0, among the regressors; 0 none. In a
+// system NAME:n is that of equation n, and NAME that of the first equation which has it.
+int find_coefficient(Workspace ws, std::span<const ListItem> list, std::string_view name, int n,
+                     std::span<const SavedEquation> equations = {});
 
 void report_no_coefficient(Workspace ws, std::string_view name, int n);
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "engine/commands.h"
 #include "engine/output.h"
 #include "engine/results_file.h"
 #include "expr/kernels/cholesky.h"
@@ -44,8 +45,21 @@ void save_estimate(Workspace ws, const Estimate& est) {
   s.log_dependent = false;
   s.rho.clear();
   s.theta.clear();
+  s.before.clear();
   s.first_rows = true;
   s.equations.clear();
+  s.choices = 2;
+  s.low = 0.0;
+  s.share = 1.0;
+  s.limit = 0.0;
+  s.upper = false;
+  s.index_coefs = 0;
+  s.second_index = s.variance_in_mean = false;
+  s.family = -1;
+  s.made_columns = INPCOM.IKOD == K_IMLS || (INPCOM.IKOD == K_OLSQ && OLSCOM.build != Build::Plain);
+  s.least_squares = s.plain = false;
+  s.KWT = 0;
+  s.NORMALIZ = true;
   ADDCOM.KTEST = 1;
   if (results_wanted())
     record_estimate(est.profile != nullptr ? est.profile->word : std::string_view());

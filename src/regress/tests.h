@@ -21,6 +21,7 @@ struct Estimate;
 // An equation of a system: its part of the coefficients, its dependent variable.
 struct SavedEquation {
   int first = 0, K = 0;  // place from 0, number
+  double sigma2 = 0.0;   // variance of its errors, 0 not known: that of the estimate
   ListItem dependent;    // its name is a view into SavedEstimate::names
 };
 
@@ -41,8 +42,23 @@ struct SavedEstimate {
   bool log_dependent = false;  // the dependent variable was a logarithm of the listed one
   std::vector<double> rho;     // autoregressive coefficients of the errors, by lag (AUTO)
   std::vector<double> theta;   // moving-average coefficients of the errors
+  std::vector<double> before;  // disturbances u(0), u(-1), .. before MBEG that were estimated
   bool first_rows = true;      // AUTO kept the first rows (no DROP)
   std::vector<SavedEquation> equations;  // of SYSTEM, in order; empty: one equation
+  int choices = 2;                       // of LOGIT: coefficients stand in choices-1 blocks
+  double low = 0.0, share = 1.0;         // PROBIT, LOGIT: P = low + share F(x'b)
+  double limit = 0.0;                    // TOBIT
+  bool upper = false;                    // ... and it is one from above
+  int index_coefs = 0;  // MLE, HETERO: coefficients of the mean's index, the first ones; 0 all
+  bool second_index = false;  // MLE: as many of a second index stand behind them, then the shapes
+  int family = -1;            // MLE: its MleType
+  bool variance_in_mean = false;  // HETERO: the mean has a term of the variance
+  bool made_columns = false;  // the regressors were made from what is listed (IMLS, DLRX, PILAGS)
+  // What DIAGNOSE needs to find the rows and residuals of the fit again; set by OLS.
+  bool least_squares = false;  // the fit is the listed columns times the coefficients
+  bool plain = false;          // ... without restrictions, ridge or coefficients from outside
+  int KWT = 0;                 // variable number of the weight, 0 none
+  bool NORMALIZ = true;        // the weights were scaled to mean one
   int K() const { return static_cast<int>(coef.size()); }
 };
 extern SavedEstimate SAVED;
@@ -59,9 +75,12 @@ struct Restrictions {
   bool faulty = false;  // an expression has no value at the coefficients
 };
 
-// Reads the RESTRICT lines that follow an estimator with the option RESTRICT, up to END. False
-// after an error, which has been reported; the lines up to END have been passed over.
-bool read_restrictions(Workspace ws, std::span<const ListItem> regressors, Restrictions& out);
+// Reads the RESTRICT lines that follow an estimator with the option RESTRICT, up to END; the
+// estimator has asked for them. False
+// after an error, which has been reported; the lines up to END have been passed over. `equations`:
+// those of a system, whose coefficients are named NAME:equation.
+bool read_restrictions(Workspace ws, std::span<const ListItem> regressors, Restrictions& out,
+                       std::span<const SavedEquation> equations = {});
 
 // The restrictions that distributed-lag terms stand for: X(first.last,order,endcon) lies on a
 // polynomial of that order. `regressors` holds each lag of a term as an entry of its own with its

@@ -15,7 +15,11 @@ PAGES = {
     "COPYOPT": ["COPY"], "SAVEOPT": ["SAVE", "RESTORE"], "DISTOPT": ["DISTRIB"],
     "CONFOPT": ["CONFIDEN"], "BJOPT": ["ARIMA", "COINTEGR"], "STATOPT": ["STATS"],
     "PCOPT": ["PCOMPONE"], "INDEXOPT": ["INDEX", "SMOOTH"], "PROBOPT": ["PROBIT", "LOGIT", "TOBIT"],
+    "SYSOPT": ["SYSTEM", "2SLS", "INSTRUME"],
+    "NLOPT": ["NLINEAR", "MLE", "HETERO", "GME"],
     "PLOTOPT": ["PLOTS", "GRAPH", "CONFIDEN"],
+    "FCASTOPT": ["FCAST", "DIAGNOSE"],
+    "AUTOOPT": ["AUTO"],
 }
 problems = []
 

@@ -1,0 +1,129 @@
+// Fitted values of the last NLINEAR run outside its sample: the first equation is kept as text and
+// compiled again.
+
+#include <algorithm>
+
+#include "data/data.h"
+#include "engine/commands.h"
+#include "engine/output.h"
+#include "nonlinear/nl_parts.h"
+#include "regress/tests.h"
+
+namespace korvel {
+namespace {
+
+// The equation of the last run.
+struct KeptEquation {
+  std::string text;
+  std::vector<std::string> names;  // its coefficients, in the order of SAVED
+  int p = 0;                       // autoregressive order
+  bool own = true;                 // ... of its own residuals alone
+};
+KeptEquation KEPT;
+bool READY = false;
+
+// The first row wanted of variable `var`; null after an error.
+const double* rows_of(Workspace ws, int var, int first, int end) {
+  const Place place = INFO(ws, var);
+  if (OCOM.ODONT) return nullptr;
+  if (place.IADD <= 0 || place.ITYPE < SERIES || place.ITYPE > MATRIX2) {
+    fail<"(' ...ERROR..VARIABLE ', A, ' IS NOT VALID')">(NAME(ws, var));
+    return nullptr;
+  }
+  if (end > place.rows()) {
+    fail<"(' ...ERROR..SAMPLE RANGE EXCEEDS LENGTH OF ', A, 2I10)">(NAME(ws, var), place.rows(),
+                                                                    end);
+    return nullptr;
+  }
+  return elements(ws, var).data() + (first - 1);
+}
+
+bool load_columns(Workspace ws, NlEquation& eq, int first, int end) {
+  eq.column.assign(static_cast<std::size_t>(eq.first_entry) - 1 + eq.entries.size(), nullptr);
+  for (std::size_t i = 0; i < eq.entries.size(); ++i) {
+    const int operand = eq.first_entry + static_cast<int>(i);
+    const bool read = std::ranges::any_of(
+        eq.code, [&](const Quad& q) { return q.left == operand || q.right == operand; });
+    if (eq.entries[i] <= 0 || !read) continue;
+    const Place place = INFO(ws, eq.entries[i]);
+    if (place.LEN == 1 && place.ITYPE < STRING5) {
+      eq.operands[static_cast<std::size_t>(operand) - 1] = elements(ws, eq.entries[i])[0];
+      continue;
+    }
+    const double* const rows = rows_of(ws, eq.entries[i], first, end);
+    if (rows == nullptr) return false;
+    eq.column[static_cast<std::size_t>(operand) - 1] = rows;
+  }
+  return true;
+}
+
+}  // namespace
+
+void keep_for_forecasts(const NlModel& m) {
+  KEPT.text = m.texts[0];
+  KEPT.names.assign(m.names.begin(), m.names.begin() + m.NCOEF);
+  KEPT.p = m.p;
+  KEPT.own = m.neq == 1 || !NLCOM.ACROSS;
+  READY = true;
+}
+
+bool nonlinear_forecast(Workspace ws, int beg, int end, bool correct, std::span<double> yhat) {
+  const Trace trace("NLIN1");
+  if (!READY || SAVED.IKOD != K_NLINEAR || SAVED.coef.size() < KEPT.names.size()) {
+    fail(" ...ERROR..THIS COMMAND MUST FOLLOW AN ESTIMATION COMMAND");
+    return false;
+  }
+  const bool filter = correct && KEPT.p > 0;
+  if (filter && !KEPT.own) {
+    fail(" ...ERROR..FORECASTS OF ERRORS ACROSS EQUATIONS ARE NOT AVAILABLE");
+    return false;
+  }
+  // 1. The formula, at the saved coefficients.
+  static NlEquation eq;
+  const int limit = static_cast<int>(KEPT.names.size());
+  if (!compile_equation(ws, KEPT.text, limit, false, KEPT.names, eq)) return false;
+  std::copy_n(SAVED.coef.begin(), limit, eq.operands.begin());
+  // 2. Its values; those before the first one too where they lend their errors.
+  const int first = filter ? std::max(1, beg - KEPT.p) : beg;
+  if (!load_columns(ws, eq, first, end)) return false;
+  const double* y = nullptr;
+  if (filter && eq.dependent > 0) {
+    y = rows_of(ws, eq.dependent, first, end - 1);
+    if (y == nullptr) return false;
+  }
+  static std::vector<std::int32_t> observations;
+  observations.clear();
+  for (int t = first; t <= end; ++t) observations.push_back(t);
+  BlockFormula formula;
+  formula.code = eq.code;
+  formula.operands = eq.operands;
+  formula.columns = eq.column;
+  formula.observations = observations;
+  formula.rows = end - first + 1;
+  formula.value = eq.value;
+  const std::int64_t plan = GradientBlocks::plan_words(eq.code.size(), 0);
+  Scratch room(ws, plan + formula.rows);
+  if (!room) return false;
+  GradientBlocks blocks;
+  blocks.plan(formula, room.take(static_cast<std::size_t>(plan)));
+  const std::span<double> value = room.take(static_cast<std::size_t>(formula.rows));
+  Scratch work(ws, blocks.work_words());
+  if (!work) return false;
+  if (!blocks.evaluate(value, {}, 0, work.words())) {
+    warn(" ...WARNING..ILLEGAL OPERATIONS IN THE FORMULA, THEIR VALUES ARE REPLACED BY ZERO");
+  }
+  // 3. The forecasts.
+  for (int t = beg; t <= end; ++t) {
+    const int at = t - first;
+    double forecast = value[static_cast<std::size_t>(at)];
+    for (int i = 1; filter && i <= KEPT.p && at - i >= 0; ++i) {
+      const double observed = y == nullptr ? 0.0 : y[at - i];
+      forecast += SAVED.rho[static_cast<std::size_t>(i) - 1] *
+                  (observed - value[static_cast<std::size_t>(at - i)]);
+    }
+    yhat[static_cast<std::size_t>(t - beg)] = forecast;
+  }
+  return true;
+}
+
+}  // namespace korvel
