@@ -25,6 +25,8 @@ std::string quoted(std::string_view text);
 // A file's name between double quotes. gnuplot takes names that begin with a sign ("|", "<", "-",
 // "+", "$", "~") for something else than a file: those get "./" in front.
 std::string quoted_file(std::string_view name);
+// A legend below the plot, where it covers no curve. A macro, so that it joins with literals.
+#define KEY_LINES "set key\nset key outside bottom center horizontal height 1\n"
 // " set samples n" without the blank; gnuplot refuses 1.
 std::string samples_line(std::size_t rows);
 

@@ -174,7 +174,9 @@ std::string PlotJob::terminal_lines() {
       line = "# asked for: set term jpg small\nset term jpeg" + std::string(canvas);
       break;
     case Terminal::svg:
-      line = WIDE ? "set term svg size 960,540\n" : "set term svg size 640,480\n";
+      // White behind it, or a dark page or viewer shows black letters on black.
+      line = WIDE ? "set term svg size 960,540 background 'white'\n"
+                  : "set term svg size 640,480 background 'white'\n";
       break;
     case Terminal::pdf:
       line = WIDE ? "set term pdf size 9in,5in\n" : "set term pdf size 6in,4.5in\n";

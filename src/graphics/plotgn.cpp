@@ -76,7 +76,7 @@ std::string head_lines(const PlotSet& set, std::size_t rows) {
   for (const PlotVariable& y : set.ys()) words += y.label();
   if (needs_utf8(words)) text += "set encoding utf8\n";
   if (!set.title.empty()) text += "set title " + quoted(set.title) + "\n";
-  text += set.KEY ? "set key\nset key outside bottom center horizontal height 1\n" : "set nokey\n";
+  text += set.KEY ? KEY_LINES : "set nokey\n";
   return text;
 }
 

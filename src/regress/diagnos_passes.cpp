@@ -206,7 +206,7 @@ void plot_residuals(Workspace ws, const Residuals& res) {
   const std::string kind = res.backward ? "Backwards Recursive Residuals" : "Recursive Residuals";
   const auto head = [&](const std::string& title, const std::string& axis) {
     return "set title " + quoted(title) + "\n" + samples_line(res.w.size()) +
-           "set xlabel \"Observation\"\nset ylabel " + quoted(axis) + "\nset key\n";
+           "set xlabel \"Observation\"\nset ylabel " + quoted(axis) + "\n" KEY_LINES;
   };
   job.plot(head(kind, "Residual") + "plot " + data + " using 1:2 title " + quoted(kind) +
            " w linespoint\npause -1\n");

@@ -75,7 +75,7 @@ void plot_forecast_rows(Workspace ws, const ForecastModel& model, const Forecast
              " using 4:1 lw 2 w line\npause -1\n");
   }
   std::string fitted = "set title \"Actual versus Fitted\"\n" + samples_line(n) +
-                       "set key\nset ylabel " + quoted(model.name) +
+                       KEY_LINES "set ylabel " + quoted(model.name) +
                        "\nset xlabel \"Observation\"\nplot ";
   if (residuals) fitted += file + " using 4:2 lw 2 title \"Actual\" w line, ";
   fitted += file + " using 4:3 lw 2 title \"Predicted\" w line";

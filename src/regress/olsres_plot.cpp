@@ -36,7 +36,7 @@ void write_residual_plots(Workspace ws, const Estimate& est) {
   job.plot("set title \"Residual Plot\"\n" + samples_line(n) + "set nokey\nset ylabel " +
            quoted(NAME(ws, est.dependent().var)) + "\nset xlabel \"Observation\"\nplot " + data +
            " using 1 lw 2 w line\npause -1\n");
-  job.plot("set title \"Actual versus Fitted\"\nset key\nplot " + data +
+  job.plot("set title \"Actual versus Fitted\"\n" KEY_LINES "plot " + data +
            " using 2 lw 2 title \"Actual\" w line, " + data +
            " using 3 lw 2 title \"Predicted\" w line\npause -1\n");
   job.finish();
