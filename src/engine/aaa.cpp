@@ -20,9 +20,9 @@
 #include "engine/text_commands.h"
 #include "expr/expr.h"
 #include "graphics/graphics.h"
-#include "platform/signals.h"
 #include "limdep/limdep.h"
 #include "nonlinear/nonlinear.h"
+#include "platform/signals.h"
 #include "regress/auto.h"
 #include "regress/fcast.h"
 #include "regress/regress.h"
@@ -382,6 +382,7 @@ bool run_command(Workspace ws) {
   if (command.in_loop) return run_in_loop(ws);
   if (OSCOM.OSCAN && !command.in_scan && command.tail == Tail::Raw) {
     if (RUNCOM.settings.check && command.handler == GENC) check_formula(ws);
+    if (RUNCOM.settings.check && INPCOM.IKOD == K_NLINEAR) NLIN(ws);
     return false;
   }
   command.handler(ws);
@@ -389,6 +390,8 @@ bool run_command(Workspace ws) {
 }
 
 }  // namespace
+
+void look_over_command(Workspace ws) { run_command(ws); }
 
 void MENU() {
   WordRows rows(MENUCOLUMNS);

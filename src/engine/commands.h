@@ -129,5 +129,7 @@ void MENU();
 
 // The command loop. Returns at the end of the run, or when SIZE or PAR want a new workspace.
 void AAA(Workspace ws);
+// A run that only looks: the command that INPUT left, inside the block of another one.
+void look_over_command(Workspace ws);
 
 }  // namespace korvel

@@ -57,6 +57,26 @@ Inputs& inputs() {
   return i;
 }
 
+// A command that was given back; its text is still in BUFFER.
+struct GivenBack {
+  bool waits = false, OPUT = true;
+  int IKOD = 0, KLINE = 0, ISTART = 0;
+  char COMWRD[sizeof INPCOM.COMWRD] = {};
+};
+constinit GivenBack GIVENBACK{};
+
+bool take_given_back() {
+  if (!GIVENBACK.waits) return false;
+  GIVENBACK.waits = false;
+  INPCOM.IKOD = GIVENBACK.IKOD;
+  INPCOM.KLINE = GIVENBACK.KLINE;
+  SCNCOM.ISTART = GIVENBACK.ISTART;
+  OCOM.OPUT = GIVENBACK.OPUT;
+  OCOM.OEOF = false;
+  std::memcpy(INPCOM.COMWRD, GIVENBACK.COMWRD, sizeof GIVENBACK.COMWRD);
+  return true;
+}
+
 // Files that have been left: the units of the first of them are in force again.
 void forget_closed_inputs() {
   auto& files = inputs().files;
@@ -381,7 +401,8 @@ Prefix take_prefixes(int& at) {
         return Prefix::Done;
       }
       default:
-        if (c == '2' && (typed_at(at + 1) == 'S' || typed_at(at + 1) == 's')) return Prefix::Command;
+        if (c == '2' && (typed_at(at + 1) == 'S' || typed_at(at + 1) == 's'))
+          return Prefix::Command;
         if (c == '9') return Prefix::Command;
         if (NAMCHK(c) != 0) return Prefix::Unknown;
         break;
@@ -479,9 +500,19 @@ bool find_in_buffer() {
 
 }  // namespace
 
+void give_back_command() {
+  GIVENBACK.waits = true;
+  GIVENBACK.IKOD = INPCOM.IKOD;
+  GIVENBACK.KLINE = INPCOM.KLINE;
+  GIVENBACK.ISTART = SCNCOM.ISTART;
+  GIVENBACK.OPUT = OCOM.OPUT;
+  std::memcpy(GIVENBACK.COMWRD, INPCOM.COMWRD, sizeof GIVENBACK.COMWRD);
+}
+
 void INPUT(Workspace ws) {
   const Trace trace("INPUT");
   INPCOM.LASKOD = INPCOM.IKOD > 0 ? INPCOM.IKOD : INPCOM.LASKOD;
+  if (take_given_back()) return;
   for (;;) {
     INPCOM.IKOD = 0;
     INPCOM.IECHO = 0;
@@ -587,6 +618,7 @@ bool is_command_input(dev_t device, ino_t inode) {
 }
 
 void close_command_inputs() {
+  GIVENBACK.waits = false;
   inputs().stack.clear();
   inputs().files.clear();
 }

@@ -15,6 +15,10 @@ namespace korvel {
 // Reads the next command. Sets IKOD, LCOL, KLINE, COMWRD, SCNCOM.ISTART; OEOF at the end of input.
 void INPUT(Workspace ws);
 
+// The command that INPUT has just read is read once more by the next INPUT: a block ends at the
+// first line that isn't its own. To be called before anything else is done with that command.
+void give_back_command();
+
 // The command as it is run (up-cased, brackets replaced) and the same positions as typed.
 // Positions count from 0; text()[ISTART] is the first character behind the command word.
 std::string_view command_text();

@@ -446,6 +446,7 @@ bool StatementScanner::unknown_name(int end) {
   at_ = end;
   const int behind = skip(end);
   if (look(behind) == '(') {
+    if (ikod_ == K_EQ) return fail_at(GENR_SYNTAX, behind);
     ++parens_;
     at_ = behind + 1;
     return push_operator(OP_ABS) && push_operator(OP_OPEN);

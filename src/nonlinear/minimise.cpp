@@ -9,6 +9,7 @@
 #include "expr/kernels/vector_lanes.h"
 #include "nonlinear/minimise_parts.h"
 #include "nonlinear/nonlinear.h"
+#include "platform/progress.h"
 
 namespace korvel {
 namespace {
@@ -64,6 +65,7 @@ bool MinimiserRun::prints(int iteration) const {
 
 void MinimiserRun::print(std::string_view title, int iteration, double f, std::span<const double> b,
                          std::span<const double> gradient) const {
+  if (objective.progress != nullptr) objective.progress->hide();
   if (!title.empty()) say(title);
   // Tenths of a second: a quick run prints the same lines each time.
   const double seconds = static_cast<double>(std::clock() - started) / CLOCKS_PER_SEC;
@@ -78,6 +80,12 @@ void MinimiserRun::print(std::string_view title, int iteration, double f, std::s
   });
 }
 
+std::uint64_t search_evaluations(int n) {
+  const std::int64_t search = std::int64_t{2} * std::max(NLCOM.ITER, 0) + std::int64_t{4} * n;
+  const bool anneals = NLCOM.METHODCODE == 99 || NLCOM.METHODCODE == -1 || NLCOM.HYBRID;
+  return static_cast<std::uint64_t>(anneals ? std::max<std::int64_t>(NLCOM.SAITER, 1) : search);
+}
+
 void leave_code(Minimum& minimum, int code) {
   minimum.ERR = code;
   temporary(temporary_place("ERR")) = code;
@@ -90,6 +98,10 @@ void warn_search_failed() {
 
 void warn_no_start() {
   warn(" ...WARNING..FUNCTION HAS NO VALUE AT THE STARTING VALUES. GIVE OTHER ONES");
+}
+
+void warn_stopped() {
+  warn(" ...WARNING..STOPPED BY THE USER. THE BEST COEFFICIENTS SO FAR ARE KEPT");
 }
 
 bool settle_factors(HessianFactors factors) {

@@ -15,6 +15,8 @@
 
 namespace korvel {
 
+class Progress;
+
 // The one form of callback. f is what is minimised.
 class Objective {
  public:
@@ -30,6 +32,7 @@ class Objective {
   // is iterated in units of its own.
   virtual double shown(std::span<const double> b, std::size_t i) const { return b[i]; }
   virtual double shown_slope(std::span<const double> g, std::size_t i) const { return g[i]; }
+  Progress* progress = nullptr;  // told of each evaluation by those that run over many rows
 
  protected:
   ~Objective() = default;

@@ -36,11 +36,16 @@ struct MinimiserRun {
              std::span<const double> gradient) const;
 };
 
+// Evaluations that a run of n parameters may take, for its progress: about two an iteration and the
+// second derivatives; annealing as many as it may have.
+std::uint64_t search_evaluations(int n);
+
 // Sets $ERR and the code of the run.
 void leave_code(Minimum& minimum, int code);
 // The messages of more than one minimiser.
 void warn_search_failed();
 void warn_no_start();
+void warn_stopped();
 // Makes factors that are not positive the identity. False when they were not.
 bool settle_factors(HessianFactors factors);
 

@@ -16,6 +16,10 @@ NlBlock NLBLOCK;
 
 namespace {
 
+constexpr std::string_view NO_END = " ...ERROR..END OF INPUT BEFORE THE END COMMAND OF THE BLOCK";
+constexpr std::string_view NOT_OF_BLOCK =
+    " ...ERROR..COMMAND IS NOT AN EQ, COEF, GENR, OR END COMMAND";
+
 // Lines of a block are commands of their own; behind it the command that opened it is the current
 // one again, with its line and its own setting of the output.
 class OpenBlock {
@@ -94,6 +98,7 @@ bool check_equation(Workspace ws) {
   job.ISTART = SCNCOM.ISTART;
   job.IKOD = K_EQ;
   job.parameter = any_coefficient;
+  job.any_name = RUNCOM.settings.check;
   job.listed = 1;
   OCOM.OGENR = true;
   const bool good = GENR(ws, job, formula);
@@ -144,7 +149,7 @@ bool take_line(Workspace ws, bool& ended) {
     return false;
   }
   if (OCOM.OEOF) {
-    fail(" ...ERROR..END OF INPUT BEFORE THE END COMMAND OF THE BLOCK");
+    fail(NO_END);
     ended = true;
     return false;
   }
@@ -163,7 +168,7 @@ bool take_line(Workspace ws, bool& ended) {
   if (ikod == K_EQ) return take_equation(ws);
   if (ikod == K_COEFFICI) return take_start_values(ws);
   if (!is_statement(ikod)) {
-    fail(" ...ERROR..COMMAND IS NOT AN EQ, COEF, GENR, OR END COMMAND");
+    fail(NOT_OF_BLOCK);
     if (ikod == K_STOP || ikod == K_QUIT || ikod == K_EXIT) XXIT(0);
     return false;
   }
@@ -186,6 +191,35 @@ void skip_lines(Workspace ws) {
 void skip_nl_block(Workspace ws) {
   const OpenBlock block;
   skip_lines(ws);
+}
+
+void check_nl_block(Workspace ws) {
+  NLBLOCK.equations.clear();
+  NLBLOCK.starts.clear();
+  const int line = INPCOM.KLINE;
+  const OpenBlock block;
+  for (;;) {
+    OCOM.ODONT = OCOM.OERR = OCOM.ONEWV = OCOM.OMAT = false;
+    INPUT(ws);
+    if (RUNCOM.ended || stop_requested()) return;
+    if (OCOM.OEOF) {
+      INPCOM.KLINE = line;  // of the command whose END is missing
+      return fail(NO_END);
+    }
+    const int ikod = INPCOM.IKOD;
+    if (ikod == K_END) return;
+    if (ikod == K_EQ) {
+      take_equation(ws);
+    } else if (ikod == K_COEFFICI) {
+      take_start_values(ws);
+    } else if (is_statement(ikod)) {
+      look_over_command(ws);
+    } else if (!is_passed_over(ikod)) {
+      // Most likely the END is missing: what follows is looked over as what it is.
+      give_back_command();
+      return fail(NOT_OF_BLOCK);
+    }
+  }
 }
 
 bool read_nl_block(Workspace ws) {

@@ -7,6 +7,7 @@
 #include "expr/kernels/cholesky.h"
 #include "expr/kernels/packed.h"
 #include "expr/kernels/vector_lanes.h"
+#include "nonlinear/minimise_parts.h"
 #include "nonlinear/nl_parts.h"
 #include "nonlinear/nl_squares.h"
 
@@ -358,7 +359,10 @@ double quadratic_form(std::span<const double> C, std::span<const double> g, doub
   return factor * factor * sum;
 }
 
-void warn_incorrect() { warn(" ...WARNING..COVARIANCE MATRIX AND STD ERRORS  ARE INCORRECT"); }
+void warn_incorrect() {
+  if (stop_requested()) return;  // which is told instead
+  warn(" ...WARNING..COVARIANCE MATRIX AND STD ERRORS  ARE INCORRECT");
+}
 
 // The second derivatives, inverted; without them being positive definite those of the residuals are
 // left aside.
@@ -395,7 +399,7 @@ NlCovariance coefficient_covariance(Workspace ws, NlModel& m, NlFunction& f,
   Scratch room(ws, m.K);
   if (!room) return cov;
   if (outcome.stopped) {  // the point is not that of the estimate
-    warn(" ...WARNING..STOPPED BY THE USER. THE BEST COEFFICIENTS SO FAR ARE KEPT");
+    warn_stopped();
     std::ranges::fill(m.cov, 0.0);
     return cov;
   }
@@ -434,6 +438,10 @@ NlCovariance coefficient_covariance(Workspace ws, NlModel& m, NlFunction& f,
     }
   }
   if (cov.quadratic < NO_GRADIENT) cov.quadratic = 0.0;
+  if (stop_requested()) {
+    warn_stopped();
+    cov.good = false;
+  }
   if (!cov.good) {
     std::ranges::fill(m.cov, 0.0);
     cov.quadratic = 0.0;

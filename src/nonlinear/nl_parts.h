@@ -32,8 +32,6 @@
 
 namespace korvel {
 
-class Progress;
-
 // ---- nlin.cpp
 
 // Coefficients of the last run of NLINEAR or MLE (SAME); empty: there was none.
@@ -57,6 +55,8 @@ extern NlBlock NLBLOCK;
 // Reads the lines up to END. False after an error, with those lines passed over.
 bool read_nl_block(Workspace ws);
 void skip_nl_block(Workspace ws);
+// The same for a run that only looks: every line is looked over, none is run.
+void check_nl_block(Workspace ws);
 
 // ---- The model
 
@@ -194,7 +194,6 @@ class NlFunction final : public Objective {
   explicit NlFunction(NlModel& model);
   Value evaluate(std::span<const double> b, std::span<double> gradient) override;
   double scale = 1.0;  // what is printed is scale times f
-  Progress* progress = nullptr;  // told of each evaluation
   std::string_view label;
   // The log-likelihood (or the value that is printed) at f.
   double printed(double f) const { return scale * f; }

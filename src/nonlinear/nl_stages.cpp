@@ -186,10 +186,7 @@ bool polish(Workspace ws, NlModel& m, double SSE) {
 // One run of the chosen minimiser. `first`: annealing, where it was asked for, comes before it.
 bool run_minimiser(Workspace ws, NlModel& m, NlFunction& f, HessianFactors factors, bool first,
                    NlOutcome& outcome) {
-  // A search needs about two evaluations an iteration; annealing as many as it may have.
-  const bool anneals = NLCOM.METHODCODE == 99 || NLCOM.HYBRID;
-  const auto most = anneals ? NLCOM.SAITER : 2 * std::min(NLCOM.ITER, 1 << 20);
-  Progress progress("ESTIMATING", static_cast<std::uint64_t>(std::max(most, 1)), OCOM.OPUT);
+  Progress progress("ESTIMATING", search_evaluations(m.K), OCOM.OPUT);
   f.progress = &progress;
   struct Release {
     NlFunction& f;

@@ -13,6 +13,7 @@
 #include "expr/kernels/packed.h"
 #include "nonlinear/minimise_parts.h"
 #include "nonlinear/nl_parts.h"
+#include "platform/progress.h"
 #include "regress/ols_parts.h"
 #include "regress/tests.h"
 
@@ -357,21 +358,32 @@ void estimate(Workspace ws, HetModel& m) {
   const bool annealed = NLCOM.METHODCODE == -1;
   const bool at_start = NLCOM.EVAL || (NLCOM.ITER == 0 && !annealed);
   const double ERR = temporary(T_ERR);
+  Progress progress("ESTIMATING", search_evaluations(m.P()), OCOM.OPUT);
+  f.progress = &progress;
   Minimum minimum;
   if (!NLCOM.EVAL && !maximise(ws, m, f, factors, minimum)) return;
-  if (minimum.stopped) {
-    say<"(' ...NOTE..STOPPED AT ITERATION', I4)">(minimum.iterations);
-    return store_het_coefficients(ws, m);
-  }
+  const auto stopped = [&] {
+    if (!minimum.stopped && !stop_requested()) return false;
+    progress.hide();
+    warn_stopped();
+    store_het_coefficients(ws, m);
+    return true;
+  };
+  if (stopped()) return;
   f.quiet = true;
   if (!at_start && minimum.ERR != ERR_LIMIT) {
     het_polish(m, f);
     // A search that rounding has ended close to the maximum is no failure.
+    if (stopped()) return;
     if (minimum.ERR == ERR_SEARCH && at_maximum(m)) temporary(T_ERR) = ERR;
   }
   // 3. The covariance, tables, stored results.
   const HessianFactors left = at_start || annealed ? HessianFactors{} : factors;
+  progress.hide();
   const HetCovariance kind = het_covariance(m, f, at_start, annealed, left);
+  if (stopped()) return;
+  progress.hide();
+  f.progress = nullptr;
   m.LLF = -f.evaluate(m.b, {}).f;
   print_het_results(ws, m, kind);
   if (OCOM.ODONT) return;
@@ -387,6 +399,7 @@ HetFunction::HetFunction(Workspace ws, HetModel& model) : ws_(ws), m_(model) {}
 Objective::Value HetFunction::evaluate(std::span<const double> b, std::span<double> gradient) {
   const HetValue value = het_value(m_.rows, b, m_.e, m_.h, gradient, m_.work);
   for (double& g : gradient) g = -g;
+  if (progress != nullptr) progress->add(1);
   NLCOM.GOODFUN = value.fault == HetFault::none;
   if (NLCOM.GOODFUN) return {.f = -value.L, .good = std::isfinite(value.L)};
   bool& told = value.fault == HetFault::variance ? told_variance_ : told_overflow_;

@@ -136,7 +136,7 @@ HetCovariance het_covariance(HetModel& m, HetFunction& f, bool at_start, bool an
   } else {
     good = FUNCHF(m, m.cov, {});
   }
-  if (good && invert(m.cov, m.P())) return kind;
+  if (stop_requested() || (good && invert(m.cov, m.P()))) return kind;
   warn<"(' ...WARNING..COVARIANCE MATRIX AND STD ERRORS ', ' ARE INCORRECT')">();
   if (!factors.LD.empty() && factors.positive()) {
     factors.inverse(m.cov);

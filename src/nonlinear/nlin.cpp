@@ -13,6 +13,7 @@
 #include "engine/commands.h"
 #include "engine/input.h"
 #include "engine/output.h"
+#include "engine/run.h"
 #include "nonlinear/nl_parts.h"
 #include "regress/tests.h"
 
@@ -284,7 +285,7 @@ bool check_values() {
   if (o.AUTCOV < 0 && o.AUTCOV != -999) return bad_value("AUTCOV");
   if (o.PENTYPE < 0 || o.PENTYPE > 3) return bad_value("PENTYPE");
   if (!(o.PENLAMBD >= 0.0 && std::isfinite(o.PENLAMBD))) return bad_value("PENLAMBD");
-  if (!(o.PENLOW <= o.PENHI)) return bad_value("PENLOW");
+  if (!RUNCOM.settings.check && !(o.PENLOW <= o.PENHI)) return bad_value("PENLOW");
   return true;
 }
 
@@ -349,7 +350,7 @@ bool check_combinations() {
     warn(" ...WARNING..GMATRIX= OPTION NOT VALID WITH NUMERIC");
     o.GMATRIX = NameOption{};
   }
-  if (o.SAME && KEPTCOEF.empty()) {
+  if (o.SAME && KEPTCOEF.empty() && !RUNCOM.settings.check) {
     return refuse(" ...ERROR..SAME OPTION NEEDS PREVIOUS NL OR MLE COMMAND");
   }
   if (!nl()) return true;
@@ -455,6 +456,8 @@ void NLIN(Workspace ws) {
         break;
     }
     keep_coefficients();
+  } else if (nl() && RUNCOM.settings.check) {
+    if (NLBLOCK.neq > 0) check_nl_block(ws);
   } else if (nl() && NLBLOCK.neq > 0) {
     skip_nl_block(ws);  // the equations of a command that isn't run
   }

@@ -13,6 +13,7 @@
 #include "nonlinear/nl_parts.h"
 #include "nonlinear/nlmle_parts.h"
 #include "nonlinear/nonlinear.h"
+#include "platform/progress.h"
 #include "regress/ols_parts.h"
 
 namespace korvel {
@@ -294,6 +295,7 @@ bool maximise(Workspace ws, MleModel& m, MleLikelihood& likelihood, Minimum& min
     fail(" RERUN WITH THE START= OPTION");
     return false;
   }
+  likelihood.breaks_off = true;
   const MinimiserReport report{.label = " LOG-LIKELIHOOD FUNCTION= ", .scale = -1.0, .heading = {}};
   if (NLCOM.EVAL) {
     minimum.f = start.f;
@@ -318,9 +320,14 @@ bool maximise(Workspace ws, MleModel& m, MleLikelihood& likelihood, Minimum& min
     const HessianFactors factors = kept_factors(m.M(), NLCOM.SAME);
     settle_factors_at_start(m, likelihood, factors);
     minimum = NLQN(likelihood, m.scaled, m.gradient, factors, report, m.work);
+    if (minimum.stopped) minimum.f = std::min(minimum.f, start.f);
   }
   const bool polish = !minimum.stopped && NLCOM.ITER >= FEW_ITERATIONS && NLCOM.METHODCODE != -1;
-  if (polish) minimum.f = newton_polish(likelihood, m.scaled, m.gradient, m.work);
+  if (polish) {
+    const double f = newton_polish(likelihood, m.scaled, m.gradient, m.work);
+    if (!stop_requested() || f < minimum.f) minimum.f = f;
+  }
+  minimum.stopped = minimum.stopped || stop_requested();
   return !OCOM.ODONT;
 }
 
@@ -374,12 +381,22 @@ void NLMLE(Workspace ws) {
   }
   const double ERR = temporary(T_ERR);
   Minimum minimum;
+  auto progress = std::make_unique<Progress>("ESTIMATING", search_evaluations(m.M()), OCOM.OPUT);
+  likelihood.progress = progress.get();
   if (!maximise(ws, m, likelihood, minimum)) return;
+  progress->hide();
   // 5. The covariance. A search that failed on the way may still have reached the maximum.
   const bool good = !minimum.stopped &&
                     (stability_at_bound(m, likelihood, minimum) || mle_covariance(m, likelihood));
+  likelihood.breaks_off = false;
+  likelihood.progress = nullptr;
+  progress.reset();
   m.LLF = -minimum.f;
-  if (minimum.stopped) std::ranges::fill(m.cov, 0.0);
+  minimum.stopped = minimum.stopped || stop_requested();
+  if (minimum.stopped) {
+    warn_stopped();
+    std::ranges::fill(m.cov, 0.0);
+  }
   if (minimum.ERR == ERR_SEARCH && good) {
     const bool reached = expected_gain(m) <= 1e-6 * (1.0 + std::fabs(m.LLF));
     temporary(T_ERR) = reached ? ERR : ERR_MLE_SEARCH;

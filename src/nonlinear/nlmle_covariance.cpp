@@ -76,6 +76,7 @@ bool mle_covariance(MleModel& m, MleLikelihood& likelihood) {
   } else {
     good = inverted(second_derivatives());
   }
+  if (stop_requested()) return false;
   if (!good) {
     if (!inverted(likelihood.outer_product(m.scaled, m.cov))) std::ranges::fill(m.cov, 0.0);
     tell_covariance_failed();

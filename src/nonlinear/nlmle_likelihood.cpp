@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "engine/output.h"
 #include "expr/kernels/packed.h"
 #include "expr/kernels/row_sections.h"
 #include "limdep/likelihood_lanes.h"
 #include "nonlinear/nlmle_parts.h"
+#include "platform/progress.h"
 
 namespace korvel {
 namespace {
@@ -183,9 +185,12 @@ Objective::Value MleLikelihood::evaluate(std::span<const double> b, std::span<do
   const RowSections sections(rows_.rows);
   const Pass pass{family_, rows_, stable_, b, gradient.empty() ? Wanted::value : Wanted::gradient};
   sections.run([&](int s) {
+    if (breaks_off && stop_requested()) return;
     Section section(work_.data() + words * s, K, M);
     pass.run(section, sections.begin(s), sections.end(s));
   });
+  if (progress != nullptr) progress->add(1);
+  if (breaks_off && stop_requested()) return {.f = HUGE_VAL, .good = false};
   Value value{.f = 0.0, .good = true};
   std::ranges::fill(gradient, 0.0);
   for (int s = 0; s < sections.count; ++s) {

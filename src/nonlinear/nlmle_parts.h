@@ -45,6 +45,7 @@ class MleLikelihood final : public Objective {
   static std::int64_t words(const MleFamily& family, int K, std::int64_t rows);
   MleLikelihood(const MleFamily& family, const MleRows& rows, std::span<double> work);
   Value evaluate(std::span<const double> b, std::span<double> gradient) override;
+  bool breaks_off = false;  // a stop by the user ends an evaluation between sections of the rows
   // packed := sum of w g g', g the gradient of one row's log density. False: no value at b,
   // or the family has no derivatives of its own.
   bool outer_product(std::span<const double> b, std::span<double> packed);

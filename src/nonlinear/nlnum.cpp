@@ -34,7 +34,7 @@ bool hessian_of_gradients(Objective& objective, std::span<double> b, std::span<d
     b[i] = below;
     good = objective.evaluate(b, down).good && good;
     b[i] = at;
-    if (!good) return false;
+    if (!good || stop_requested()) return false;
     for (std::size_t j = 0; j < n; ++j) {
       const double d = (up[j] - down[j]) / (above - below);
       hessian[packed(static_cast<int>(i) + 1, static_cast<int>(j) + 1)] += i == j ? d : d / 2.0;
@@ -64,7 +64,7 @@ bool hessian_of_values(Objective& objective, std::span<double> b, std::span<doub
       const double dj = second_step(b[static_cast<std::size_t>(j)]);
       const double sum = (value(i, di, j, dj) - value(i, di, j, -dj)) -
                          (value(i, -di, j, dj) - value(i, -di, j, -dj));
-      if (!good) return false;
+      if (!good || stop_requested()) return false;
       hessian[packed(i + 1, j + 1)] = sum / (4.0 * di * dj);
     }
   }
@@ -87,7 +87,7 @@ bool NLNUM(Objective& objective, std::span<double> b, std::span<double> gradient
     b[i] = at + h / 2.0;
     const Objective::Value above = objective.evaluate(b, {});
     b[i] = at;
-    if (!below.good || !above.good) return false;
+    if (!below.good || !above.good || stop_requested()) return false;
     gradient[i] = (above.f - below.f) / h;
   }
   return true;

@@ -59,8 +59,11 @@ Minimum NLQN(Objective& objective, std::span<double> b, std::span<double> gradie
   NLCOM.NLSTAT = 0;
   settle_factors(factors);
   if (!run.evaluate(b, gradient, m.f)) {
-    warn_no_start();
-    leave_code(m, ERR_SEARCH);
+    m.stopped = stop_requested();
+    if (!m.stopped) {
+      warn_no_start();
+      leave_code(m, ERR_SEARCH);
+    }
     NLCOM.NLSTAT = CONVERGED;
     m.evaluations = run.evaluations;
     return m;
@@ -101,7 +104,8 @@ Minimum NLQN(Objective& objective, std::span<double> b, std::span<double> gradie
       // The lowest point on the way is kept.
       if (step.a > 0.0) {
         for (std::size_t i = 0; i < n; ++i) b[i] += step.a * s[i];
-        run.evaluate(b, gradient, m.f);
+        m.f = step.f;
+        if (!step.stopped) run.evaluate(b, gradient, m.f);
       }
       m.stopped = step.stopped;
       if (m.stopped) break;

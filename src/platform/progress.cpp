@@ -27,8 +27,12 @@ Progress::Progress(std::string_view what, std::uint64_t total, bool wanted)
       live_(wanted && total > 0 && progress_shown()),
       next_(std::chrono::steady_clock::now() + SILENT) {}
 
-Progress::~Progress() {
+Progress::~Progress() { hide(); }
+
+void Progress::hide() {
+  const std::scoped_lock lock(mutex_);
   if (shown_) write_terminal("\r" + std::string(what_.size() + 11, ' ') + "\r");
+  shown_ = false;
 }
 
 void Progress::show(std::uint64_t done) {

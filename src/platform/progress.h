@@ -32,6 +32,9 @@ class Progress {
     if (live_) show(now);
   }
 
+  // Takes the line away before something else is printed; it comes back as the work goes on.
+  void hide();
+
  private:
   void show(std::uint64_t done);
 

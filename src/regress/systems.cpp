@@ -10,6 +10,7 @@
 #include "data/data.h"
 #include "engine/commands.h"
 #include "engine/output.h"
+#include "engine/run.h"
 #include "engine/units.h"
 #include "regress/ols_parts.h"
 
@@ -282,7 +283,12 @@ void SYSCON(Workspace ws) {
         INPCOM.IKOD == K_2SLS ? "2SLS" : "INST");
   }
   // 1. Options.
-  if (!read_options(ws) || !settle_options()) return;
+  const bool good = read_options(ws) && settle_options();
+  if (system && RUNCOM.settings.check) return check_system(ws);
+  if (!good) {
+    if (system) pass_over_system(ws);
+    return;
+  }
   if (OSCOM.OSCAN) return;
   FCOM.RHO = FCOM.RHO2 = FCOM.RIDG = FCOM.XMAXL = 0.0;
   FCOM.NQ = 0;

@@ -35,11 +35,16 @@ inline constinit SysCom SYSCOM{};
 SystemModel& system_model();
 
 void SYSCON(Workspace ws);  // SYSTEM, 2SLS, INSTRUME
+// Behind a SYSTEM whose options are wrong, in a batch run that goes on all the same (SET CONTINUE):
+// its equations are no commands of their own. At the prompt there are none.
+void pass_over_system(Workspace ws);
 
 // ---- systems_model.cpp
 
 // Number of equations in front of the list of SYSTEM; 0 after the error.
 int equation_count(Workspace ws);
+// A run that only looks: the equation lines behind SYSTEM, when their number is a plain number.
+void check_system(Workspace ws);
 // Reads the model: of 2SLS and INST the list, of SYSTEM the list and `count` equation lines.
 // Returns the largest lag, -1 after an error.
 int read_system(Workspace ws, int count);

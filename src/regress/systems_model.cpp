@@ -12,6 +12,11 @@
 namespace korvel {
 namespace {
 
+constexpr std::string_view NO_LAST_EQUATION =
+    " ...ERROR..END OF INPUT BEFORE THE LAST EQUATION OF THE SYSTEM";
+constexpr std::string_view NOT_OF_BLOCK =
+    " ...ERROR..ABOVE COMMAND IGNORED, IS NOT ALLOWED AT THIS TIME";
+
 // Lines of the block are commands of their own; behind them SYSTEM is the current one again.
 class BlockOfEquations {
  public:
@@ -106,31 +111,8 @@ bool stop_command() {
   return INPCOM.IKOD == K_STOP || INPCOM.IKOD == K_QUIT || INPCOM.IKOD == K_EXIT;
 }
 
-// The next line of the block, which must be an equation. False after an error.
-bool next_equation(Workspace ws) {
-  const int failures = RUNCOM.failures;
-  INPUT(ws);
-  if (RUNCOM.ended || stop_requested()) {
-    OCOM.ODONT = true;
-    return false;
-  }
-  if (OCOM.OEOF) {
-    fail(" ...ERROR..END OF INPUT BEFORE THE LAST EQUATION OF THE SYSTEM");
-    return false;
-  }
-  // An unknown word has been reported and passed over by the reader; a person types the line again.
-  if (RUNCOM.failures != failures && !OSCOM.OTALK) {
-    mark_failed();
-    return false;
-  }
-  if (INPCOM.IKOD != K_OLSQ) {
-    fail(" ...ERROR..ABOVE COMMAND IGNORED, IS NOT ALLOWED AT THIS TIME");
-    if (stop_command()) XXIT(0);
-    return false;
-  }
-  SCANIT(ws);
-  if (OCOM.ODONT || OCOM.OERR) return false;
-  if (SCNCOM.NOPS > 0) warn(" ...WARNING..ALL OPTIONS MUST BE ON SYSTEM COMMAND");
+// What an equation line must be. False after an error.
+bool good_equation() {
   if (SCNCOM.NF == 0) {
     fail(" ...ERROR..INSUFFICIENT NUMBER OF VARIABLES SPECIFIED");
     return false;
@@ -142,14 +124,80 @@ bool next_equation(Workspace ws) {
   return true;
 }
 
+// The rest of a block that isn't run: `left` equations, then restrictions up to their END. In talk
+// there is no block: the person goes on at the prompt; without CONTINUE nothing is run any more.
+void pass_over_lines(Workspace ws, int left) {
+  if (OSCOM.OTALK || !OSCOM.OCONT || left < 0) return;
+  const BlockOfEquations block;
+  for (bool restricted = false;;) {
+    INPUT(ws);
+    if (RUNCOM.ended || OCOM.OEOF || stop_requested()) return;
+    if (INPCOM.IKOD == K_OLSQ && left > 0) {
+      --left;
+    } else if (INPCOM.IKOD == K_RESTRICT) {
+      left = 0;
+      restricted = true;
+    } else {
+      if (INPCOM.IKOD != K_END || !restricted) give_back_command();
+      return;
+    }
+  }
+}
+
+// The number of equations when it stands there as a number, -1: it isn't known.
+int plain_count() {
+  const Number n = FSUMS(SCNCOM.count);
+  const bool plain = n.used > 0 && n.used == static_cast<int>(SCNCOM.count.size());
+  return plain && n.value >= 1.0 && n.value <= DATCOM.MAXVAR ? static_cast<int>(n.value) : -1;
+}
+
+// The next line of the block, which must be an equation. False after an error. `left` counts the
+// equations that are still to come.
+bool next_equation(Workspace ws, int& left) {
+  const int failures = RUNCOM.failures;
+  INPUT(ws);
+  --left;
+  if (RUNCOM.ended || stop_requested()) {
+    OCOM.ODONT = true;
+    return false;
+  }
+  if (OCOM.OEOF) {
+    fail(NO_LAST_EQUATION);
+    return false;
+  }
+  // An unknown word has been reported and passed over by the reader; a person types the line again.
+  if (RUNCOM.failures != failures && !OSCOM.OTALK) {
+    left -= RUNCOM.failures - failures;
+    if (INPCOM.IKOD != K_OLSQ || left < 0) {
+      give_back_command();
+      ++left;
+    }
+    mark_failed();
+    return false;
+  }
+  if (INPCOM.IKOD != K_OLSQ) {
+    fail(NOT_OF_BLOCK);
+    if (stop_command()) XXIT(0);
+    ++left;
+    return false;
+  }
+  SCANIT(ws);
+  if (OCOM.ODONT || OCOM.OERR) return false;
+  if (SCNCOM.NOPS > 0) warn(" ...WARNING..ALL OPTIONS MUST BE ON SYSTEM COMMAND");
+  return good_equation();
+}
+
 bool read_equations(Workspace ws, int count, SystemModel& model) {
   const BlockOfEquations block;
   if (OSCOM.OTALK && OCOM.OPUT) {
     say<"(' ENTER ', I0, ' OLS COMMANDS')">(count);
   }
-  for (int i = 0; i < count; ++i) {
-    if (!next_equation(ws)) return false;
-    if (!add_equation(ws, SCNCOM.list(), model, [](const ListItem&) { return true; })) return false;
+  for (int left = count; left > 0;) {
+    if (!next_equation(ws, left) ||
+        !add_equation(ws, SCNCOM.list(), model, [](const ListItem&) { return true; })) {
+      if (!RUNCOM.ended && !OCOM.OEOF) pass_over_lines(ws, std::max(left, 0));
+      return false;
+    }
   }
   return true;
 }
@@ -199,6 +247,36 @@ int equation_count(Workspace ws) {
     return 0;
   }
   return static_cast<int>(number.value);
+}
+
+void pass_over_system(Workspace ws) { pass_over_lines(ws, plain_count()); }
+
+void check_system(Workspace ws) {
+  const bool missing = SCNCOM.count.empty() || NAMCHK(SCNCOM.count[0]) != 1;
+  if (missing && equation_count(ws) == 0) return;
+  int left = plain_count();
+  const int line = INPCOM.KLINE;
+  const BlockOfEquations block;
+  while (left > 0) {
+    const int failures = RUNCOM.failures;
+    OCOM.ODONT = OCOM.OERR = false;
+    INPUT(ws);
+    if (RUNCOM.ended || stop_requested()) return;
+    left -= RUNCOM.failures - failures;  // an unknown word has been reported: a mistyped equation
+    if (left <= 0 && !OCOM.OEOF) give_back_command();
+    if (left <= 0) return;
+    if (OCOM.OEOF) {
+      INPCOM.KLINE = line;
+      return fail(NO_LAST_EQUATION);
+    }
+    if (INPCOM.IKOD != K_OLSQ) {
+      give_back_command();
+      return fail(NOT_OF_BLOCK);
+    }
+    SCANIT(ws);
+    if (!OCOM.ODONT && !OCOM.OERR) good_equation();
+    --left;
+  }
 }
 
 int read_system(Workspace ws, int count) {

@@ -260,6 +260,53 @@ TEST(Nlinear, OtherProgramsValues) {
   expect_near(korvel::temporary(korvel::temporary_place("LLF")), -7.3228838, 1e-8, "SUR");
 }
 
+// Moments with every window, a given number of lags and the rule, and a given matrix: J,
+// coefficients and standard errors of gmm.R.
+TEST(Nlinear, WeightsOfMoments) {
+  const std::string blocks[] = {"NL 1 Z1 Z2 Z3 X2 / ITER=1000 NCOEF=3 ",
+                                "NL 2 Z1 Z2 Z3 / ITER=1000 NCOEF=4 "};
+  const std::string equations[] = {"EQ Y1=A*EXP(B*X1)+C*X2\nCOEF A 1 B .2 C .1\nEND\n",
+                                   "EQ Y1=A*EXP(B*X1)\nEQ Y2=C+D*X1\nCOEF A 1 B .2\nEND\n"};
+  std::ifstream in(std::string(KORVEL_TEST_DATA) + "/nonlinear/gmm.txt");
+  std::string line, name;
+  int runs = 0, neq = 0, lags = 0;
+  double J = 0.0;
+  while (std::getline(in, line)) {
+    const bool indefinite = line.starts_with('#');
+    std::istringstream words(line.substr(indefinite ? 1 : 0));
+    ASSERT_TRUE(words >> neq >> name >> lags) << line;
+    std::string script = DATA;
+    if (name == "WM") {
+      const std::string order = neq == 1 ? "5" : "8";
+      script += "SAMPLE 1 " + order + "\nGENR V=TIME(0)\nGENR O=V/V\n" +
+                "MATRIX WM=1/(1+ABS(V*O'-O*V'))/10\nSAMPLE 1 40\n";
+    }
+    const auto at = static_cast<std::size_t>(neq) - 1;
+    const std::string rule = lags < 0 ? "" : " AUTCOV=" + std::to_string(lags);
+    const auto listing =
+        run_commands(script + blocks[at] + "GMM=" + name + rule + "\n" + equations[at]);
+    ++runs;
+    if (indefinite) {
+      EXPECT_TRUE(holds(listing, "WEIGHTING MATRIX") && listing.status != 0) << listing.text;
+      continue;
+    }
+    EXPECT_EQ(listing.status, 0) << line << listing.text;
+    const int K = neq == 1 ? 3 : 4;
+    words >> J;
+    EXPECT_EQ(SAVED.coef.size(), static_cast<std::size_t>(K));
+    const std::size_t found = listing.text.find("RESTRICTIONS J=");
+    ASSERT_NE(found, std::string::npos) << line << listing.text;
+    expect_near(std::strtod(listing.text.substr(found + 15, 13).c_str(), nullptr), J, 6e-5, line);
+    double wanted = 0.0;
+    for (int i = 0; i < 2 * K; ++i) {
+      ASSERT_TRUE(words >> wanted) << line;
+      const auto k = static_cast<std::size_t>(i % K);
+      expect_near(i < K ? SAVED.coef[k] : se(i % K), wanted, i < K ? 1e-6 : 1e-5, line);
+    }
+  }
+  EXPECT_EQ(runs, 20);
+}
+
 // The full second derivatives: R 4.2, solve() of J'J - sum(u f'') from deriv3() at the certified
 // values, times SSE/N.
 TEST(Nlinear, DefaultStandardErrors) {
