@@ -46,22 +46,6 @@ const NameOption& named() {
   return OPTCOM.VOPT[BJOPT.place(WORD.view())];
 }
 
-// A failed estimation stops neither the loop it stands in nor the run under SET CONTINUE.
-class ContinueState {
- public:
-  ContinueState() : scan_(OSCOM.OSCAN) {}
-  ContinueState(const ContinueState&) = delete;
-  ContinueState& operator=(const ContinueState&) = delete;
-  ~ContinueState() {
-    if (!OSCOM.OCONT || !OCOM.ODONT) return;
-    OCOM.ODONT = false;
-    OSCOM.OSCAN = scan_;
-  }
-
- private:
-  bool scan_;
-};
-
 // Values behind INSTART belong to the command, whatever becomes of it: those that nobody read are
 // passed over, or they would be taken for commands.
 void skip_values() {
@@ -377,7 +361,7 @@ void ARIMA(Workspace ws) {
 
 void BJCON(Workspace ws) {
   const Trace trace("BJCON");
-  const ContinueState state;
+  const ContinueGuard state;
   const bool cointegration = INPCOM.IKOD == K_COINTEGR;
   OPTION_START(BJOPT.view());
   OPTCOM.LOPT[BJOPT.place("MAX")] = OSCOM.OMXX;

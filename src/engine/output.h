@@ -112,6 +112,22 @@ void fail(const Args&... args) {
   mark_failed();
 }
 
+// Under SET CONTINUE a failed estimation stops neither the loop it stands in nor the run.
+class ContinueGuard {
+ public:
+  ContinueGuard() : scan_(OSCOM.OSCAN) {}
+  ContinueGuard(const ContinueGuard&) = delete;
+  ContinueGuard& operator=(const ContinueGuard&) = delete;
+  ~ContinueGuard() {
+    if (!OSCOM.OCONT || !OCOM.ODONT) return;
+    OCOM.ODONT = false;
+    OSCOM.OSCAN = scan_;
+  }
+
+ private:
+  bool scan_;
+};
+
 // A warning line that means failure: printed under SET WARN like any warning, but counted and
 // mirrored as an error, so that a run which goes over to scan mode here doesn't end as if all were
 // well.

@@ -50,22 +50,6 @@ const NameOption& named() {
   return OPTCOM.VOPT[PROBOPT.place(WORD.view())];
 }
 
-// Under SET CONTINUE a failed estimation stops neither the loop it stands in nor the run.
-class ContinueGuard {
- public:
-  ContinueGuard() : scan_(OSCOM.OSCAN) {}
-  ContinueGuard(const ContinueGuard&) = delete;
-  ContinueGuard& operator=(const ContinueGuard&) = delete;
-  ~ContinueGuard() {
-    if (!OSCOM.OCONT || !OCOM.ODONT) return;
-    OCOM.ODONT = false;
-    OSCOM.OSCAN = scan_;
-  }
-
- private:
-  bool scan_;
-};
-
 bool bad_value(std::string_view word) {
   fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(word);
   return false;
@@ -190,13 +174,7 @@ bool settle_sample(Workspace ws, int largest) {
   }
   CKSMPL(ws, model_list());
   if (OCOM.ODONT) return false;
-  DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
-  if (skipping()) {
-    DATCOM.NSKIP = static_cast<int>(skip_vector(ws).size());
-    SKIPIT(ws);
-    OLSCOM.skips = DATCOM.NSKIP > 0;
-    DATCOM.NOB -= DATCOM.NSKIP;
-  }
+  count_rows(ws);
   return true;
 }
 

@@ -82,13 +82,7 @@ bool take_sample(Workspace ws) {
   if (OSCOM.ODELL) DATCOM.MBEG += largest;
   CKSMPL(ws, model_list());
   if (OCOM.ODONT) return false;
-  DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
-  if (skipping()) {
-    DATCOM.NSKIP = static_cast<int>(skip_vector(ws).size());
-    SKIPIT(ws);
-    OLSCOM.skips = DATCOM.NSKIP > 0;
-    DATCOM.NOB -= DATCOM.NSKIP;
-  }
+  count_rows(ws);
   if (DATCOM.NOB < 1) {
     fail<"(' ...ERROR..', I6, ' OBSERVATIONS IS NOT ENOUGH FOR ESTIMATION')">(DATCOM.NOB);
     return false;

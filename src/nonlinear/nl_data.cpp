@@ -82,13 +82,7 @@ bool settle_sample(Workspace ws, NlModel& m) {
   }
   CKSMPL(ws, m.list);
   if (OCOM.ODONT) return false;
-  DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
-  if (skipping()) {
-    DATCOM.NSKIP = static_cast<int>(skip_vector(ws).size());
-    SKIPIT(ws);
-    OLSCOM.skips = DATCOM.NSKIP > 0;
-    DATCOM.NOB -= DATCOM.NSKIP;
-  }
+  count_rows(ws);
   m.rows = DATCOM.NOB;
   if (m.used() < 1) {
     fail<"(' ...ERROR..', I6, ' OBSERVATIONS IS NOT ENOUGH FOR ESTIMATION')">(

@@ -186,13 +186,7 @@ bool settle_sample(Workspace ws, const HetModel& m, int largest) {
   if (OSCOM.ODELL) DATCOM.MBEG += largest;
   CKSMPL(ws, m.loaded);
   if (OCOM.ODONT) return false;
-  DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
-  if (skipping()) {
-    DATCOM.NSKIP = static_cast<int>(skip_vector(ws).size());
-    SKIPIT(ws);
-    OLSCOM.skips = DATCOM.NSKIP > 0;
-    DATCOM.NOB -= DATCOM.NSKIP;
-  }
+  count_rows(ws);
   if (DATCOM.NOB <= m.P()) {
     fail<"(' ...ERROR..', I6, ' OBSERVATIONS IS NOT ENOUGH FOR ESTIMATION')">(
         std::max(DATCOM.NOB, 0));

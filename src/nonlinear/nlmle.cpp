@@ -123,13 +123,7 @@ bool settle_sample(Workspace ws, int largest) {
   if (OSCOM.ODELL) DATCOM.MBEG += largest;
   CKSMPL(ws, model_list());
   if (OCOM.ODONT) return false;
-  DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
-  if (skipping()) {
-    DATCOM.NSKIP = static_cast<int>(skip_vector(ws).size());
-    SKIPIT(ws);
-    OLSCOM.skips = DATCOM.NSKIP > 0;
-    DATCOM.NOB -= DATCOM.NSKIP;
-  }
+  count_rows(ws);
   return true;
 }
 

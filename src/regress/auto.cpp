@@ -53,22 +53,6 @@ const NameOption& named() {
   return OPTCOM.VOPT[AUTOOPT.place(WORD.view())];
 }
 
-// Under SET CONTINUE a failed estimation stops neither the loop it stands in nor the run.
-class ContinueGuard {
- public:
-  ContinueGuard() : scan_(OSCOM.OSCAN) {}
-  ContinueGuard(const ContinueGuard&) = delete;
-  ContinueGuard& operator=(const ContinueGuard&) = delete;
-  ~ContinueGuard() {
-    if (!OSCOM.OCONT || !OCOM.ODONT) return;
-    OCOM.ODONT = false;
-    OSCOM.OSCAN = scan_;
-  }
-
- private:
-  bool scan_;
-};
-
 // Names of results, kept apart from the command: reading restrictions overwrites that.
 struct OptionTexts {
   std::array<std::array<char, 260>, 6> text{};
@@ -218,14 +202,7 @@ bool settle_sample(Workspace ws, int largest) {
   }
   CKSMPL(ws, model_list());
   if (OCOM.ODONT) return false;
-  DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
-  DATCOM.NSKIP = 0;
-  if (skipping()) {
-    DATCOM.NSKIP = static_cast<int>(skip_vector(ws).size());
-    SKIPIT(ws);
-    OLSCOM.skips = DATCOM.NSKIP > 0;
-    DATCOM.NOB -= DATCOM.NSKIP;
-  }
+  count_rows(ws);
   // Higher orders fit the coefficients of the errors together with the others.
   const AutCom& a = AUTCOM;
   int spent = OLSCOM.NF - 1 + (a.DROP ? a.ORDER : 0);

@@ -119,14 +119,7 @@ bool find_rows(Workspace ws) {
   OSCOM.OMSWRN = false;  // the estimate has told
   CKSMPL(ws, SAVED.list);
   if (OCOM.ODONT) return false;
-  DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
-  OLSCOM.skips = false;
-  if (skipping()) {
-    DATCOM.NSKIP = static_cast<int>(skip_vector(ws).size());
-    SKIPIT(ws);
-    OLSCOM.skips = DATCOM.NSKIP > 0;
-    DATCOM.NOB -= DATCOM.NSKIP;
-  }
+  count_rows(ws);
   return true;
 }
 

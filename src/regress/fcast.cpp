@@ -35,20 +35,14 @@ bool check_names() {
 // WIDE counts for the command alone, and a failed command stops no loop under SET CONTINUE.
 class CommandState {
  public:
-  CommandState() : wide_(OSCOM.OWIDE), scan_(OSCOM.OSCAN) {}
+  CommandState() : wide_(OSCOM.OWIDE) {}
   CommandState(const CommandState&) = delete;
   CommandState& operator=(const CommandState&) = delete;
-  ~CommandState() {
-    OSCOM.OWIDE = wide_;
-    if (OSCOM.OCONT && OCOM.ODONT) {
-      OCOM.ODONT = false;
-      OSCOM.OSCAN = scan_;
-    }
-  }
+  ~CommandState() { OSCOM.OWIDE = wide_; }
 
  private:
   bool wide_;
-  bool scan_;
+  ContinueGuard continue_;
 };
 
 // The switches and sums of the last estimation, which the results stage reads and later commands
@@ -215,13 +209,7 @@ bool settle_sample(Workspace ws, const ForecastModel& model, const ForecastRange
   DATCOM.MEND = range.END;
   CKSMPL(ws, model.list);
   if (OCOM.ODONT) return false;
-  DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
-  if (skipping()) {
-    DATCOM.NSKIP = static_cast<int>(skip_vector(ws).size());
-    SKIPIT(ws);
-    OLSCOM.skips = DATCOM.NSKIP > 0;
-    DATCOM.NOB -= DATCOM.NSKIP;
-  }
+  count_rows(ws);
   if (DATCOM.NOB < 1) {
     fail(" ...ERROR..YOU DO NOT HAVE ENOUGH OBSERVATIONS");
     return false;

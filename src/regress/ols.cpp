@@ -56,21 +56,17 @@ int integer_value() {
 // CONTINUE a failed estimation stops neither the loop it stands in nor the run.
 class CommandState {
  public:
-  CommandState() : wide_(OSCOM.OWIDE), scan_(OSCOM.OSCAN) {}
+  CommandState() : wide_(OSCOM.OWIDE) {}
   CommandState(const CommandState&) = delete;
   CommandState& operator=(const CommandState&) = delete;
   ~CommandState() {
     if (!keep_wide_) OSCOM.OWIDE = wide_;
-    if (OSCOM.OCONT && OCOM.ODONT) {
-      OCOM.ODONT = false;
-      OSCOM.OSCAN = scan_;
-    }
   }
   void keep_wide() { keep_wide_ = true; }
 
  private:
   bool wide_;
-  bool scan_;
+  ContinueGuard continue_;
   bool keep_wide_ = false;
 };
 
@@ -328,13 +324,7 @@ void OLS(Workspace ws) {
   // 4. The sample: length, missing data, skipped rows.
   CKSMPL(ws, model_list());
   if (OCOM.ODONT) return;
-  DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
-  if (skipping()) {
-    DATCOM.NSKIP = static_cast<int>(skip_vector(ws).size());
-    SKIPIT(ws);
-    OLSCOM.skips = DATCOM.NSKIP > 0;
-    DATCOM.NOB -= DATCOM.NSKIP;
-  }
+  count_rows(ws);
   if (DATCOM.NOB - 1 < 0) {
     return fail<"(' ...ERROR..', I6, ' OBSERVATIONS IS NOT ENOUGH FOR ESTIMATION')">(DATCOM.NOB);
   }

@@ -71,6 +71,17 @@ bool KeptRows::next() {
   }
 }
 
+void count_rows(Workspace ws) {
+  DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
+  DATCOM.NSKIP = 0;
+  OLSCOM.skips = false;
+  if (!skipping()) return;
+  DATCOM.NSKIP = static_cast<int>(skip_vector(ws).size());
+  SKIPIT(ws);
+  OLSCOM.skips = DATCOM.NSKIP > 0;
+  DATCOM.NOB -= DATCOM.NSKIP;
+}
+
 std::span<const double> LOADTT(Workspace ws, const ListItem& item, std::span<double> to) {
   const double* base = column_base(ws, INFO(ws, item.var), item);
   copy_kept(base, OLSCOM.skips ? skip_vector(ws) : std::span<double>{}, to.data());

@@ -153,6 +153,8 @@ void OLSEST(Workspace ws, const ResultProfile& profile);
 void OLSOUT(Workspace ws, Estimate& est);
 void OLSRES(Workspace ws, const Estimate& est);
 
+// Counts the rows of MBEG..MEND that are in use: NOB, NSKIP and OLSCOM.skips.
+void count_rows(Workspace ws);
 // One column without its skipped rows, NOB words to `to`. The range was checked by LOADX.
 std::span<const double> LOADTT(Workspace ws, const ListItem& item, std::span<double> to);
 // Sets a pointer to the first row of each listed column: in place where nothing is skipped, else
