@@ -13,4 +13,4 @@ for lanes in baseline avx2 avx512; do
     fi
   done
 done
-"$program" -q "$script" | grep -q 'R-SQUARE ADJUSTED' # the script has come to its end
+"$program" -q "$script" > /dev/null # without an error
