@@ -78,22 +78,6 @@ bool wrong_value(std::string_view option) {
   return false;
 }
 
-// Under SET CONTINUE a failed estimation stops neither the loop it stands in nor the run.
-class ContinueState {
- public:
-  ContinueState() : scan_(OSCOM.OSCAN) {}
-  ContinueState(const ContinueState&) = delete;
-  ContinueState& operator=(const ContinueState&) = delete;
-  ~ContinueState() {
-    if (!OSCOM.OCONT || !OCOM.ODONT) return;
-    OCOM.ODONT = false;
-    OSCOM.OSCAN = scan_;
-  }
-
- private:
-  bool scan_;
-};
-
 bool read_options(Workspace ws) {
   const bool system = INPCOM.IKOD == K_SYSTEM;
   OPTION_START(SYSOPT.view());
@@ -217,13 +201,7 @@ bool settle_sample(Workspace ws, const SystemModel& model, int largest) {
   }
   CKSMPL(ws, model.column);
   if (OCOM.ODONT) return false;
-  DATCOM.NOB = DATCOM.MEND - DATCOM.MBEG + 1;
-  if (skipping()) {
-    DATCOM.NSKIP = static_cast<int>(skip_vector(ws).size());
-    SKIPIT(ws);
-    OLSCOM.skips = DATCOM.NSKIP > 0;
-    DATCOM.NOB -= DATCOM.NSKIP;
-  }
+  count_rows(ws);
   if (DATCOM.NOB < 1 + (SYSCOM.AUTO ? 1 : 0)) {
     fail<"(' ...ERROR..', I6, ' OBSERVATIONS IS NOT ENOUGH FOR ESTIMATION')">(DATCOM.NOB);
     return false;
@@ -276,7 +254,7 @@ void estimate(Workspace ws, SystemModel& model, const Restrictions& restrictions
 
 void SYSCON(Workspace ws) {
   const Trace trace("SYSCON");
-  const ContinueState state;
+  const ContinueGuard state;
   const bool system = INPCOM.IKOD == K_SYSTEM;
   if (!system && SCNCOM.NF <= 0) {
     return say<"(' COMMAND STRUCTURE:', A6, 'depvar indeps (exogs) / options')">(
