@@ -29,22 +29,7 @@ constexpr auto BJOPT = option_table(
     variable("COMMFILE"), variable("FCSE"), variable("PSI"));
 static_assert(BJOPT.words.size() == 33 + 14 + 4 + 17);
 
-template <FixedText WORD>
-bool chosen() {
-  return OPTCOM.LOPT[BJOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-int integer_value() {
-  return OPTCOM.IOPT[BJOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-bool integer_given() {
-  return OPTCOM.igiven[BJOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-const NameOption& named() {
-  return OPTCOM.VOPT[BJOPT.place(WORD.view())];
-}
+using Opt = OptionValues<BJOPT>;
 
 // Values behind INSTART belong to the command, whatever becomes of it: those that nobody read are
 // passed over, or they would be taken for commands.
@@ -82,9 +67,9 @@ bool valid_values() {
     const bool own_test = w.word == "BEG" || w.word == "END" || w.word.substr(0, 4) == "NLAG";
     if (given && !own_test && value < least) return bad_value(w.word);
   }
-  const double sigma = OPTCOM.XOPT[BJOPT.place("SIGMA")];
+  const double sigma = Opt::real<"SIGMA">();
   if (!(sigma >= 0.0) || !std::isfinite(sigma)) return bad_value("SIGMA");
-  if (!std::isfinite(OPTCOM.XOPT[BJOPT.place("STEPSIZE")])) return bad_value("STEPSIZE");
+  if (!std::isfinite(Opt::real<"STEPSIZE">())) return bad_value("STEPSIZE");
   return true;
 }
 
@@ -95,36 +80,36 @@ bool settle_options() {
   const BjValues last = o.last;
   o = BjCom{};
   o.last = last;
-  const bool MAX = chosen<"MAX">();
-  o.DUMP = chosen<"DUMP">();
-  o.IAC = chosen<"IAC">() || MAX;
-  o.ALL = chosen<"ALL">() || MAX;
-  o.TABLE = chosen<"TABLE">();
-  o.PLOTAC = chosen<"PLOTAC">() || MAX;
-  o.PLOTDATA = chosen<"PLOTDATA">() || MAX;
-  o.PLOTPAC = chosen<"PLOTPAC">() || MAX;
-  o.PLOTRES = chosen<"PLOTRES">() || MAX;
-  o.PLOTFORC = chosen<"PLOTFORC">();
-  o.GRAPHAC = chosen<"GRAPHAC">();
-  o.GRAPHDAT = chosen<"GRAPHDAT">();
-  o.GRAPHPAC = chosen<"GRAPHPAC">();
-  o.GRAPHRES = chosen<"GRAPHRES">();
-  o.GRAPHFOR = chosen<"GRAPHFOR">();
-  o.INSTART = chosen<"INSTART">();
-  o.PITER = chosen<"PITER">() || MAX;
-  o.LOG = chosen<"LOG">();
-  o.STOCHAST = chosen<"STOCHAST">();
-  o.WIDE = chosen<"WIDE">();
-  o.MEANDIST = chosen<"MEANDIST">();
-  o.ANOVA = chosen<"ANOVA">() || MAX;
-  o.PCOV = chosen<"PCOV">() || MAX;
-  o.PCOR = chosen<"PCOR">() || MAX;
-  o.DN = chosen<"DN">();
-  o.RESTRICT = chosen<"RESTRICT">();
-  o.ESTIMATE = chosen<"ESTIMATE">();
-  o.FORECAST = chosen<"FORECAST">();
-  o.IDENTIFY = chosen<"IDENTIFY">() || (!o.ESTIMATE && !o.FORECAST);
-  if (chosen<"GNUPLOT">()) {
+  const bool MAX = Opt::chosen<"MAX">();
+  o.DUMP = Opt::chosen<"DUMP">();
+  o.IAC = Opt::chosen<"IAC">() || MAX;
+  o.ALL = Opt::chosen<"ALL">() || MAX;
+  o.TABLE = Opt::chosen<"TABLE">();
+  o.PLOTAC = Opt::chosen<"PLOTAC">() || MAX;
+  o.PLOTDATA = Opt::chosen<"PLOTDATA">() || MAX;
+  o.PLOTPAC = Opt::chosen<"PLOTPAC">() || MAX;
+  o.PLOTRES = Opt::chosen<"PLOTRES">() || MAX;
+  o.PLOTFORC = Opt::chosen<"PLOTFORC">();
+  o.GRAPHAC = Opt::chosen<"GRAPHAC">();
+  o.GRAPHDAT = Opt::chosen<"GRAPHDAT">();
+  o.GRAPHPAC = Opt::chosen<"GRAPHPAC">();
+  o.GRAPHRES = Opt::chosen<"GRAPHRES">();
+  o.GRAPHFOR = Opt::chosen<"GRAPHFOR">();
+  o.INSTART = Opt::chosen<"INSTART">();
+  o.PITER = Opt::chosen<"PITER">() || MAX;
+  o.LOG = Opt::chosen<"LOG">();
+  o.STOCHAST = Opt::chosen<"STOCHAST">();
+  o.WIDE = Opt::chosen<"WIDE">();
+  o.MEANDIST = Opt::chosen<"MEANDIST">();
+  o.ANOVA = Opt::chosen<"ANOVA">() || MAX;
+  o.PCOV = Opt::chosen<"PCOV">() || MAX;
+  o.PCOR = Opt::chosen<"PCOR">() || MAX;
+  o.DN = Opt::chosen<"DN">();
+  o.RESTRICT = Opt::chosen<"RESTRICT">();
+  o.ESTIMATE = Opt::chosen<"ESTIMATE">();
+  o.FORECAST = Opt::chosen<"FORECAST">();
+  o.IDENTIFY = Opt::chosen<"IDENTIFY">() || (!o.ESTIMATE && !o.FORECAST);
+  if (Opt::chosen<"GNUPLOT">()) {
     // The charts that were asked for go to gnuplot; without any, those of the stages.
     const bool none = !(o.PLOTAC || o.PLOTDATA || o.PLOTPAC || o.PLOTRES || o.PLOTFORC ||
                         o.GRAPHAC || o.GRAPHDAT || o.GRAPHPAC || o.GRAPHRES || o.GRAPHFOR);
@@ -135,32 +120,32 @@ bool settle_options() {
     o.GRAPHFOR = o.GRAPHFOR || o.PLOTFORC || none;
     o.PLOTAC = o.PLOTDATA = o.PLOTPAC = o.PLOTRES = o.PLOTFORC = false;
   }
-  o.NLAG = integer_value<"NLAG">();
-  o.NLAGP = integer_value<"NLAGP">();
-  o.ITER = integer_value<"ITER">();
-  o.SIGMA = OPTCOM.XOPT[BJOPT.place("SIGMA")];
-  o.STEPSIZE = OPTCOM.XOPT[BJOPT.place("STEPSIZE")];
-  o.SIGLEVEL = OPTCOM.XOPT[BJOPT.place("SIGLEVEL")];
-  o.RESIDUAL = named<"RESIDUAL">();
-  o.PREDICT = named<"PREDICT">();
-  o.COEFFICI = named<"COEFFICI">();
-  o.COVARIAN = named<"COVARIAN">();
-  o.TYPE = named<"TYPE">();
-  o.TESTSTAT = named<"TESTSTAT">();
-  o.TRATIO = named<"TRATIO">();
-  o.STDERR = named<"STDERR">();
-  o.ACF = named<"ACF">();
-  o.PACF = named<"PACF">();
-  o.FCSE = named<"FCSE">();
-  o.PSI = named<"PSI">();
-  o.orders = {.NARP = integer_value<"NARP">(),
-              .NMA = integer_value<"NMA">(),
-              .NSARP = integer_value<"NSARP">(),
-              .NSMA = integer_value<"NSMA">(),
-              .NSPAN = integer_value<"NSPAN">(),
-              .NDIFF = integer_value<"NDIFF">(),
-              .NSDIFF = integer_value<"NSDIFF">(),
-              .constant = chosen<"CONSTANT">()};
+  o.NLAG = Opt::integer<"NLAG">();
+  o.NLAGP = Opt::integer<"NLAGP">();
+  o.ITER = Opt::integer<"ITER">();
+  o.SIGMA = Opt::real<"SIGMA">();
+  o.STEPSIZE = Opt::real<"STEPSIZE">();
+  o.SIGLEVEL = Opt::real<"SIGLEVEL">();
+  o.RESIDUAL = Opt::named<"RESIDUAL">();
+  o.PREDICT = Opt::named<"PREDICT">();
+  o.COEFFICI = Opt::named<"COEFFICI">();
+  o.COVARIAN = Opt::named<"COVARIAN">();
+  o.TYPE = Opt::named<"TYPE">();
+  o.TESTSTAT = Opt::named<"TESTSTAT">();
+  o.TRATIO = Opt::named<"TRATIO">();
+  o.STDERR = Opt::named<"STDERR">();
+  o.ACF = Opt::named<"ACF">();
+  o.PACF = Opt::named<"PACF">();
+  o.FCSE = Opt::named<"FCSE">();
+  o.PSI = Opt::named<"PSI">();
+  o.orders = {.NARP = Opt::integer<"NARP">(),
+              .NMA = Opt::integer<"NMA">(),
+              .NSARP = Opt::integer<"NSARP">(),
+              .NSMA = Opt::integer<"NSMA">(),
+              .NSPAN = Opt::integer<"NSPAN">(),
+              .NDIFF = Opt::integer<"NDIFF">(),
+              .NSDIFF = Opt::integer<"NSDIFF">(),
+              .constant = Opt::chosen<"CONSTANT">()};
   return true;
 }
 
@@ -185,7 +170,7 @@ void warn_of_idle_options() {
   idle(o.FCSE, o.FORECAST, "FCSE=");
   idle(o.PSI, o.FORECAST, "PSI=");
   idle(o.TYPE, false, "TYPE=");
-  idle(named<"PORT">(), false, "PORT=");
+  idle(Opt::named<"PORT">(), false, "PORT=");
 }
 
 // Options of ARIMA that mean nothing to COINTEGR.
@@ -208,13 +193,13 @@ void warn_of_arima_options() {
 // What the options say about plots. False after an error.
 bool settle_plots(Workspace ws) {
   PlotWords words;
-  if (!plot_word(ws, named<"DEVICE">(), "DEVICE", {}, words.DEVICE) ||
-      !plot_word(ws, named<"OUTPUT">(), "OUTPUT", {}, words.OUTPUT) ||
-      !plot_word(ws, named<"COMMFILE">(), "COMMFILE", "COMM.GNU", words.COMMFILE)) {
+  if (!plot_word(ws, Opt::named<"DEVICE">(), "DEVICE", {}, words.DEVICE) ||
+      !plot_word(ws, Opt::named<"OUTPUT">(), "OUTPUT", {}, words.OUTPUT) ||
+      !plot_word(ws, Opt::named<"COMMFILE">(), "COMMFILE", "COMM.GNU", words.COMMFILE)) {
     set_error(BJ_COMMAND);
     return false;
   }
-  words.APPEND = chosen<"APPEND">();
+  words.APPEND = Opt::chosen<"APPEND">();
   words.WIDE = BJCOM.WIDE;
   start_plots(words);
   return true;
@@ -223,7 +208,7 @@ bool settle_plots(Workspace ws) {
 // START= and the spans. False after an error.
 bool check_model() {
   const BjOrders& o = BJCOM.orders;
-  const NameOption& start = named<"STARTING">();
+  const NameOption& start = Opt::named<"STARTING">();
   if (!start.text.empty()) {
     if (start.var <= 0) {
       return bj_fail<"(' ...ERROR..START= VARIABLE DOES NOT EXIST')">(BJ_COMMAND);
@@ -245,8 +230,8 @@ bool check_lags() {
     const BjError code = o.IDENTIFY ? BJ_COMMAND : BJ_TOO_FEW;
     return bj_fail<"(' ...ERROR..TOO FEW OBSERVATIONS')">(code);
   }
-  if (!integer_given<"NLAG">() && o.NLAG >= net) o.NLAG = static_cast<int>(net) - 1;
-  if (!integer_given<"NLAGP">()) o.NLAGP = std::min(o.NLAGP, std::max(o.NLAG, 0));
+  if (!Opt::given<"NLAG">() && o.NLAG >= net) o.NLAG = static_cast<int>(net) - 1;
+  if (!Opt::given<"NLAGP">()) o.NLAGP = std::min(o.NLAGP, std::max(o.NLAG, 0));
   if (o.NLAG < 1 || o.NLAGP < 0 || o.NLAG >= net || o.NLAGP > o.NLAG) {
     return bj_fail<"(' ...ERROR..INVALID NLAG OR NLAGP')">(BJ_COMMAND);
   }
@@ -255,11 +240,11 @@ bool check_lags() {
 
 bool check_forecast() {
   BjCom& o = BJCOM;
-  o.FBEG = integer_given<"FBEG">() ? integer_value<"FBEG">() : DATCOM.MEND;
+  o.FBEG = Opt::given<"FBEG">() ? Opt::integer<"FBEG">() : DATCOM.MEND;
   // The default reaches a year or two, and never beyond the limit.
   const std::int64_t steps =
       std::clamp<std::int64_t>(2 * std::int64_t{o.orders.NSPAN}, 12, MAXSTEPS);
-  const std::int64_t end = integer_given<"FEND">() ? integer_value<"FEND">() : o.FBEG + steps;
+  const std::int64_t end = Opt::given<"FEND">() ? Opt::integer<"FEND">() : o.FBEG + steps;
   if (o.FBEG < DATCOM.MBEG || o.FBEG > DATCOM.MEND) {
     return bj_fail<"(' ...ERROR..FBEG= IS OUTSIDE SAMPLE RANGE')">(BJ_COMMAND);
   }
@@ -331,7 +316,7 @@ void ARIMA(Workspace ws) {
   if (!check_model() || !valid_series(ws, item)) return;
   warn_of_idle_options();
   if (!settle_plots(ws)) return;
-  if (!take_rows(ws, SCNCOM.list(), integer_value<"BEG">(), integer_value<"END">())) return;
+  if (!take_rows(ws, SCNCOM.list(), Opt::integer<"BEG">(), Opt::integer<"END">())) return;
   const bool needs_lags = BJCOM.IDENTIFY || BJCOM.ESTIMATE;
   if (needs_lags && !check_lags()) return;
   if (BJCOM.FORECAST && !check_forecast()) return;
@@ -364,19 +349,19 @@ void BJCON(Workspace ws) {
   const ContinueGuard state;
   const bool cointegration = INPCOM.IKOD == K_COINTEGR;
   OPTION_START(BJOPT.view());
-  OPTCOM.LOPT[BJOPT.place("MAX")] = OSCOM.OMXX;
-  OPTCOM.LOPT[BJOPT.place("DUMP")] = OSCOM.ODMMP;
-  OPTCOM.LOPT[BJOPT.place("WIDE")] = OSCOM.OWIDE;
-  if (cointegration) OPTCOM.IOPT[BJOPT.place("NLAG")] = -1;
+  Opt::set<"MAX">(OSCOM.OMXX);
+  Opt::set<"DUMP">(OSCOM.ODMMP);
+  Opt::set<"WIDE">(OSCOM.OWIDE);
+  if (cointegration) Opt::set<"NLAG">(-1);
   OPTION_SCAN(ws, BJOPT.view());
-  const bool values_follow = chosen<"INSTART">() && !OSCOM.OTALK && !cointegration;
+  const bool values_follow = Opt::chosen<"INSTART">() && !OSCOM.OTALK && !cointegration;
   BJCOM.values_read = false;
   if (OCOM.ODONT) {
     set_error(BJ_COMMAND);
   } else if (settle_options() && !OSCOM.OSCAN) {
     if (cointegration) {
       warn_of_arima_options();
-      COINTEGR(ws, integer_value<"BEG">(), integer_value<"END">());
+      COINTEGR(ws, Opt::integer<"BEG">(), Opt::integer<"END">());
     } else {
       ARIMA(ws);
     }

@@ -88,11 +88,6 @@ bool date_option(std::string_view word) {
   return false;
 }
 
-bool bad_value(const OptionWord& w) {
-  fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(w.word);
-  return false;
-}
-
 // A number, a temporary or a scalar variable as the value of a word.
 bool option_value(Workspace ws, const OptionWord& w, std::string_view value, double& x) {
   const bool numeric = !value.empty() && (NAMCHK(value[0]) == 0 || value[0] == '-' ||
@@ -103,11 +98,11 @@ bool option_value(Workspace ws, const OptionWord& w, std::string_view value, dou
     return s.ok;
   }
   const Number n = FSUMS(value);
-  if (n.used != static_cast<int>(value.size())) return bad_value(w);
+  if (n.used != static_cast<int>(value.size())) return bad_option_value(w.word);
   x = n.value;
   if (n.point && date_option(w.word)) {
     const DateObs d = date_observation(n);
-    if (!d.ok) return bad_value(w);
+    if (!d.ok) return bad_option_value(w.word);
     x = d.obs;
   }
   return true;
@@ -117,20 +112,20 @@ bool option_value(Workspace ws, const OptionWord& w, std::string_view value, dou
 bool number_option(Workspace ws, const OptionWord& w, int place, std::string_view value) {
   if (w.pair) {  // the second number goes to the place behind
     const auto semicolon = value.find(';');
-    if (semicolon == std::string_view::npos) return bad_value(w);
+    if (semicolon == std::string_view::npos) return bad_option_value(w.word);
     const OptionWord one{w.word, w.kind, 0.0, {}};
     return number_option(ws, one, place + 1, value.substr(semicolon + 1)) &&
            number_option(ws, one, place, value.substr(0, semicolon));
   }
   double x = 0;
-  if (value.empty()) return bad_value(w);
+  if (value.empty()) return bad_option_value(w.word);
   if (!option_value(ws, w, value, x)) return false;
   if (w.kind == OptionKind::Real) {
     OPTCOM.XOPT[static_cast<std::size_t>(place)] = x;
     OPTCOM.xgiven[static_cast<std::size_t>(place)] = true;
     return true;
   }
-  if (!(std::fabs(x) < 2147483648.0)) return bad_value(w);
+  if (!(std::fabs(x) < 2147483648.0)) return bad_option_value(w.word);
   OPTCOM.IOPT[static_cast<std::size_t>(place)] = static_cast<int>(x);
   OPTCOM.igiven[static_cast<std::size_t>(place)] = true;
   return true;
@@ -219,7 +214,10 @@ void OPTION_SCAN(Workspace ws, std::span<const OptionWord> table) {
         OPTCOM.VOPT[static_cast<std::size_t>(f.match.place)] = {-1000 - i, "********", "********"};
       }
     } else {
-      if (!valued) return fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(w.word);
+      if (!valued) {
+        bad_option_value(w.word);
+        return;
+      }
       if (!number_option(ws, w, f.match.place, token(i + 2).text)) return;
     }
     if (equals) i += valued ? 2 : 1;
@@ -325,6 +323,36 @@ DateObs date_observation(const Number& n) {
   const double obs = (sub - DATCOM.ITIME2) + 1 + (year - DATCOM.ITIME1) * DATCOM.ITIME3;
   if (!(std::fabs(obs) < 2147483647.0)) return {};
   return {static_cast<int>(obs), true};
+}
+
+NameOption KeptNames::keep(const NameOption& option) {
+  const auto copy = [](std::string_view from, std::array<char, 260>& to) {
+    const std::size_t n = std::min(from.size(), to.size());
+    std::copy_n(from.begin(), n, to.begin());
+    return std::string_view(to.data(), n);
+  };
+  Texts& room = kept_[used_++];
+  return {option.var, copy(option.text, room.text), copy(option.typed, room.typed)};
+}
+
+bool bad_option_value(std::string_view word) {
+  fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(word);
+  return false;
+}
+
+bool incompatible_options() {
+  fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
+  return false;
+}
+
+bool name_lacking(std::span<const OptionWord> table) {
+  std::size_t place = 0;
+  for (const OptionWord& w : table) {
+    if (w.kind == OptionKind::Variable && OPTCOM.VOPT[place++].text == "********") {
+      return !bad_option_value(w.word);
+    }
+  }
+  return false;
 }
 
 }  // namespace korvel

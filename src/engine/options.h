@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
+#include <type_traits>
 
+#include "data/format.h"
 #include "engine/shared_areas.h"
 #include "engine/workspace.h"
 
@@ -27,15 +29,15 @@ struct ListItem {
 };
 
 struct ScnCom {
-  int ISTART = 0;     // 0-based position in the command where scanning begins (behind the word)
-  int NF = 0;         // entries of the list
-  int NWORDS = 0;     // words of a word command (token places 1 to NWORDS)
-  int NOPS = 0;       // option tokens
-  int NFPAR = 0;      // parenthesised items
-  int INPAR = 0;      // unit of a (unit) item
-  int NEWV = 0;       // new names accepted
+  int ISTART = 0;  // 0-based position in the command where scanning begins (behind the word)
+  int NF = 0;      // entries of the list
+  int NWORDS = 0;  // words of a word command (token places 1 to NWORDS)
+  int NOPS = 0;    // option tokens
+  int NFPAR = 0;   // parenthesised items
+  int INPAR = 0;   // unit of a (unit) item
+  int NEWV = 0;    // new names accepted
   std::string_view count;  // word in front of the list (Tail::Count), empty when it is missing
-  bool file = false;  // a (file) item was given: its name is in `file_name`
+  bool file = false;       // a (file) item was given: its name is in `file_name`
   std::string_view file_name;
   std::span<ListItem> INLIST;  // MAXVAR places; NF in use
   std::span<ListItem> list() const { return INLIST.first(static_cast<std::size_t>(NF)); }
@@ -61,7 +63,8 @@ int stand_in(std::string_view name);
 
 // Splits the command text: fills SCNCOM and TOKCOM. Failure: OERR or ODONT.
 void SCANIT(Workspace ws);
-// The same for a command that splits its tail itself: a list and options from a place of the text on.
+// The same for a command that splits its tail itself: a list and options from a place of the text
+// on.
 void scan_tail(Workspace ws, int position);
 
 // ---- Option tables
@@ -107,6 +110,18 @@ struct OptionTable {
     }
     throw "no such word in the option table";
   }
+  consteval OptionKind kind(std::string_view word) const {
+    for (const OptionWord& w : words) {
+      if (w.word == word.substr(0, KEYLEN)) return w.kind;
+    }
+    throw "no such word in the option table";
+  }
+  consteval bool has(std::string_view word) const {
+    for (const OptionWord& w : words) {
+      if (w.word == word.substr(0, KEYLEN)) return true;
+    }
+    return false;
+  }
   constexpr std::span<const OptionWord> view() const { return words; }
 };
 template <class... Words>
@@ -151,6 +166,76 @@ void OPTION(Workspace ws, const OptionTable<N>& table) {
   OPTION_START(table.view());
   OPTION_SCAN(ws, table.view());
 }
+
+// The running command's values by the words of its table: OptionValues<OLSOPT>::chosen<"LM">().
+// A word that isn't in the table, or that stands there as another kind, doesn't compile.
+template <const auto& TABLE>
+class OptionValues {
+ public:
+  template <FixedText WORD>
+  static bool chosen() {
+    return OPTCOM.LOPT[place<WORD, OptionKind::Logical>()];
+  }
+  template <FixedText WORD>
+  static int integer() {
+    return OPTCOM.IOPT[place<WORD, OptionKind::Integer>()];
+  }
+  template <FixedText WORD>
+  static double real() {
+    return OPTCOM.XOPT[place<WORD, OptionKind::Real>()];
+  }
+  template <FixedText WORD>
+  static const NameOption& named() {
+    return OPTCOM.VOPT[place<WORD, OptionKind::Variable>()];
+  }
+  // Did the command name the option? (For name options: named().text.)
+  template <FixedText WORD>
+  static bool given() {
+    constexpr OptionKind KIND = TABLE.kind(WORD.view());
+    static_assert(KIND != OptionKind::Variable, "a name option tells by its text");
+    if constexpr (KIND == OptionKind::Logical) return OPTCOM.lgiven[place<WORD, KIND>()];
+    if constexpr (KIND == OptionKind::Integer) return OPTCOM.igiven[place<WORD, KIND>()];
+    if constexpr (KIND == OptionKind::Real) return OPTCOM.xgiven[place<WORD, KIND>()];
+  }
+  // A default that depends on switches (between OPTION_START and OPTION_SCAN), or a value that
+  // another option implies.
+  template <FixedText WORD, class Value>
+  static void set(Value value) {
+    constexpr OptionKind KIND = TABLE.kind(WORD.view());
+    static_assert(std::is_same_v<Value, bool> == (KIND == OptionKind::Logical));
+    if constexpr (KIND == OptionKind::Logical) OPTCOM.LOPT[place<WORD, KIND>()] = value;
+    if constexpr (KIND == OptionKind::Integer) OPTCOM.IOPT[place<WORD, KIND>()] = value;
+    if constexpr (KIND == OptionKind::Real) OPTCOM.XOPT[place<WORD, KIND>()] = value;
+  }
+
+ private:
+  template <FixedText WORD, OptionKind KIND>
+  static consteval std::size_t place() {
+    if (TABLE.kind(WORD.view()) != KIND) throw "the option is of another kind";
+    return static_cast<std::size_t>(TABLE.place(WORD.view()));
+  }
+};
+
+// Copies of name options that outlive the command's text, which lines read by the command
+// overwrite. Texts are cut at 260 characters, longer than any path that is taken.
+class KeptNames {
+ public:
+  NameOption keep(const NameOption& option);
+  void clear() { used_ = 0; }
+
+ private:
+  struct Texts {
+    std::array<char, 260> text{}, typed{};
+  };
+  std::array<Texts, MAXVOPT> kept_{};
+  std::size_t used_ = 0;
+};
+
+// The refusals that commands share; the first two return false.
+bool bad_option_value(std::string_view word);
+bool incompatible_options();
+// Was a name option of the table typed without a value? It is told.
+bool name_lacking(std::span<const OptionWord> table);
 
 // ---- Numbers
 // -------------------------------------------------------------------------------------

@@ -122,8 +122,7 @@ bool plot_word(Workspace ws, const NameOption& option, std::string_view word,
                std::string_view standard, std::string& text) {
   text.clear();
   if (option.text == "********") {
-    fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(word);
-    return false;
+    return bad_option_value(word);
   }
   if (option.text.empty() || (!standard.empty() && option.text == standard)) return true;
   text = option.typed;
@@ -136,8 +135,7 @@ bool plot_word(Workspace ws, const NameOption& option, std::string_view word,
   }
   constexpr std::size_t most = 255;
   if (text.empty() || text.size() > most) {
-    fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(word);
-    return false;
+    return bad_option_value(word);
   }
   return true;
 }

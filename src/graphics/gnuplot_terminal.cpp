@@ -66,8 +66,7 @@ bool PlotJob::choose_terminal() {
     terminal_ = terminal_of(device_);
     const bool word = std::ranges::all_of(device_, [](char c) { return NAMCHK(c) >= 0; });
     if (terminal_ == Terminal::other && !word) {
-      fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(std::string_view("DEVICE"));
-      return false;
+      return bad_option_value("DEVICE");
     }
   } else if (!OUTPUT.empty()) {
     const std::string suffix = suffix_of(OUTPUT);

@@ -32,23 +32,11 @@ constexpr auto PLOTOPT = option_table(
     variable("DATAFILE", "DATA.GNU"), variable("TIMEFMT"), variable("AXISFMT"));
 static_assert(PLOTOPT.words.size() == 38 + 10 + 14 + 9);
 
-template <FixedText WORD>
-bool chosen() {
-  return OPTCOM.LOPT[PLOTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-const NameOption& named() {
-  return OPTCOM.VOPT[PLOTOPT.place(WORD.view())];
-}
+using Opt = OptionValues<PLOTOPT>;
 template <FixedText WORD>
 std::optional<double> typed_limit() {
   constexpr int place = PLOTOPT.place(WORD.view());
   return OPTCOM.xgiven[place] ? std::optional(OPTCOM.XOPT[place]) : std::nullopt;
-}
-
-bool wrong_value(std::string_view word) {
-  fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(word);
-  return false;
 }
 
 // ---- Options -----------------------------------------------------------------------------------
@@ -76,10 +64,10 @@ void print_notes(const PlotSet& set) {
   if (!OCOM.OPUT) return;
   if (OSCOM.OTALK) say(" ...NOTE..KORVEL WILL NOW MAKE A PLOT FOR YOU");
   if (!set.AXIS) say(" ...NOTE..NO AXES WILL BE DRAWN");
-  if (!chosen<"NOTE">()) say(" ...NOTE..THE KORVEL NOTE WILL BE DELETED");
+  if (!Opt::chosen<"NOTE">()) say(" ...NOTE..THE KORVEL NOTE WILL BE DELETED");
   if (set.LINE) say(" ...NOTE..A LINE GRAPH WILL BE DRAWN");
   if (set.LINEONLY) say(" ...NOTE..NO SYMBOLS WILL BE PLOTTED, LINE ONLY");
-  if (chosen<"ALTERNAT">()) say(" ...NOTE..COLORS WILL BE ALTERNATED");
+  if (Opt::chosen<"ALTERNAT">()) say(" ...NOTE..COLORS WILL BE ALTERNATED");
   if (set.SAME) say(" ...NOTE..PLOT WILL BE IMPOSED ON PREVIOUS PLOT");
 }
 
@@ -105,58 +93,58 @@ bool time_format(Workspace ws, const NameOption& option, std::string_view word, 
 }
 
 bool settle_words(Workspace ws, PlotWords& words) {
-  words.APPEND = chosen<"APPEND">();
-  words.PAUSE = chosen<"PAUSE">();
-  words.WIDE = chosen<"WIDE">();
-  if (!plot_word(ws, named<"OUTPUT">(), "OUTPUT", {}, words.OUTPUT) ||
-      !plot_word(ws, named<"DEVICE">(), "DEVICE", {}, words.DEVICE) ||
-      !plot_word(ws, named<"PORT">(), "PORT", {}, words.PORT) ||
-      !plot_word(ws, named<"COMMFILE">(), "COMMFILE", "COMM.GNU", words.COMMFILE) ||
-      !plot_word(ws, named<"DATAFILE">(), "DATAFILE", "DATA.GNU", words.DATAFILE)) {
+  words.APPEND = Opt::chosen<"APPEND">();
+  words.PAUSE = Opt::chosen<"PAUSE">();
+  words.WIDE = Opt::chosen<"WIDE">();
+  if (!plot_word(ws, Opt::named<"OUTPUT">(), "OUTPUT", {}, words.OUTPUT) ||
+      !plot_word(ws, Opt::named<"DEVICE">(), "DEVICE", {}, words.DEVICE) ||
+      !plot_word(ws, Opt::named<"PORT">(), "PORT", {}, words.PORT) ||
+      !plot_word(ws, Opt::named<"COMMFILE">(), "COMMFILE", "COMM.GNU", words.COMMFILE) ||
+      !plot_word(ws, Opt::named<"DATAFILE">(), "DATAFILE", "DATA.GNU", words.DATAFILE)) {
     return false;
   }
-  if (chosen<"GIF">() && words.DEVICE.empty()) words.DEVICE = "GIF";
+  if (Opt::chosen<"GIF">() && words.DEVICE.empty()) words.DEVICE = "GIF";
   return true;
 }
 
 bool settle_options(Workspace ws, PlotSet& set) {
-  set.LINE = chosen<"LINE">() || chosen<"TPLOT">();
-  set.LINEONLY = chosen<"LINEONLY">();
-  set.AXIS = chosen<"AXIS">();
-  set.KEY = chosen<"KEY">();
-  set.WIDE = chosen<"WIDE">();
-  set.FULLAXIS = chosen<"FULLAXIS">();
-  set.DASH = chosen<"DASH">();
-  set.PRETTY = chosen<"PRETTY">();
-  set.MIDDLE = chosen<"MIDDLE">();
-  set.RANGE = chosen<"RANGE">();
-  set.THREE = chosen<"THREE">();
-  set.SAME = chosen<"SAME">();
-  set.HOLD = chosen<"HOLD">();
-  set.LENGTH = OPTCOM.IOPT[PLOTOPT.place("LENGTH")];
-  set.HEIGHT = OPTCOM.IOPT[PLOTOPT.place("HEIGHT")];
-  set.GROUPS = OPTCOM.IOPT[PLOTOPT.place("GROUPS")];
-  set.DATAUNIT = OPTCOM.IOPT[PLOTOPT.place("DATAUNIT")];
-  set.SYMSIZE = OPTCOM.XOPT[PLOTOPT.place("SYMSIZE")];
-  set.CHARSIZE = OPTCOM.XOPT[PLOTOPT.place("CHARSIZE")];
+  set.LINE = Opt::chosen<"LINE">() || Opt::chosen<"TPLOT">();
+  set.LINEONLY = Opt::chosen<"LINEONLY">();
+  set.AXIS = Opt::chosen<"AXIS">();
+  set.KEY = Opt::chosen<"KEY">();
+  set.WIDE = Opt::chosen<"WIDE">();
+  set.FULLAXIS = Opt::chosen<"FULLAXIS">();
+  set.DASH = Opt::chosen<"DASH">();
+  set.PRETTY = Opt::chosen<"PRETTY">();
+  set.MIDDLE = Opt::chosen<"MIDDLE">();
+  set.RANGE = Opt::chosen<"RANGE">();
+  set.THREE = Opt::chosen<"THREE">();
+  set.SAME = Opt::chosen<"SAME">();
+  set.HOLD = Opt::chosen<"HOLD">();
+  set.LENGTH = Opt::integer<"LENGTH">();
+  set.HEIGHT = Opt::integer<"HEIGHT">();
+  set.GROUPS = Opt::integer<"GROUPS">();
+  set.DATAUNIT = Opt::integer<"DATAUNIT">();
+  set.SYMSIZE = Opt::real<"SYMSIZE">();
+  set.CHARSIZE = Opt::real<"CHARSIZE">();
   set.limits = {typed_limit<"XMIN">(), typed_limit<"XMAX">(), typed_limit<"YMIN">(),
                 typed_limit<"YMAX">()};
   const PlotLimits& l = set.limits;
-  if (l.XMIN && l.XMAX && !(*l.XMIN < *l.XMAX)) return wrong_value("XMIN");
-  if (l.YMIN && l.YMAX && !(*l.YMIN < *l.YMAX)) return wrong_value("YMIN");
-  if (!(set.SYMSIZE >= 0.0 && set.SYMSIZE < 1000.0)) return wrong_value("SYMSIZE");
-  if (!(set.CHARSIZE >= 0.0 && set.CHARSIZE < 1000.0)) return wrong_value("CHARSIZE");
-  const std::string_view symbol = named<"SYMBOL">().typed;
-  if (symbol == "********") return wrong_value("SYMBOL");
+  if (l.XMIN && l.XMAX && !(*l.XMIN < *l.XMAX)) return bad_option_value("XMIN");
+  if (l.YMIN && l.YMAX && !(*l.YMIN < *l.YMAX)) return bad_option_value("YMIN");
+  if (!(set.SYMSIZE >= 0.0 && set.SYMSIZE < 1000.0)) return bad_option_value("SYMSIZE");
+  if (!(set.CHARSIZE >= 0.0 && set.CHARSIZE < 1000.0)) return bad_option_value("CHARSIZE");
+  const std::string_view symbol = Opt::named<"SYMBOL">().typed;
+  if (symbol == "********") return bad_option_value("SYMBOL");
   set.SYMBOL = symbol.empty() ? '\0' : symbol[0];
-  if (chosen<"HISTOGRA">() &&
+  if (Opt::chosen<"HISTOGRA">() &&
       (set.GROUPS < 1 || set.GROUPS > MAXGROUPS || MAXGROUPS % set.GROUPS != 0)) {
     fail(" ...ERROR..60/GROUPS MUST BE AN INTEGER");
     return false;
   }
   set.title = stored_text(ws, "TITLE");
-  return time_format(ws, named<"TIMEFMT">(), "TIMEFMT", set.TIMEFMT) &&
-         time_format(ws, named<"AXISFMT">(), "AXISFMT", set.AXISFMT);
+  return time_format(ws, Opt::named<"TIMEFMT">(), "TIMEFMT", set.TIMEFMT) &&
+         time_format(ws, Opt::named<"AXISFMT">(), "AXISFMT", set.AXISFMT);
 }
 
 // ---- The plot matrix ---------------------------------------------------------------------------
@@ -198,9 +186,9 @@ bool valid_variable(Workspace ws, int var, std::string_view name) {
 
 // MBEG and MEND. False after a reported failure.
 bool take_range(Workspace ws) {
-  DATCOM.MBEG = OPTCOM.IOPT[PLOTOPT.place("BEG")];
-  DATCOM.MEND = OPTCOM.IOPT[PLOTOPT.place("END")];
-  if (chosen<"ALL">()) {
+  DATCOM.MBEG = Opt::integer<"BEG">();
+  DATCOM.MEND = Opt::integer<"END">();
+  if (Opt::chosen<"ALL">()) {
     DATCOM.MBEG = 1;
     DATCOM.MEND = 2147483647;
     for (const ListItem& item : SCNCOM.list()) {
@@ -211,7 +199,7 @@ bool take_range(Workspace ws) {
     fail<"(' ...ERROR..SAMPLE RANGE BEGINS AT OBSERVATION', I7)">(DATCOM.MBEG);
     return false;
   }
-  if (!chosen<"ALL">()) CKSMPL(ws, SCNCOM.list());
+  if (!Opt::chosen<"ALL">()) CKSMPL(ws, SCNCOM.list());
   if (OCOM.ODONT) return false;
   if (DATCOM.MEND < DATCOM.MBEG) {
     fail<"(' ...ERROR..BEG AND END OBSERVATIONS INCONSISTENT', 2I10)">(DATCOM.MBEG, DATCOM.MEND);
@@ -223,7 +211,9 @@ bool take_range(Workspace ws) {
 double plotted_value(std::span<const double> from, std::int64_t obs, int limit) {
   if (obs < 1 || obs > limit) return MACOM.XNAN;
   const double v = from[static_cast<std::size_t>(obs - 1)];
-  return std::isfinite(v) && v != MACOM.XMISS ? v : MACOM.XNAN;
+  // Beyond this size the length of an axis could pass the range of numbers.
+  constexpr double most = 1e307;
+  return std::fabs(v) <= most && v != MACOM.XMISS ? v : MACOM.XNAN;
 }
 
 void load_variable(Workspace ws, const ListItem& item, bool all, std::span<double> room,
@@ -262,11 +252,11 @@ void scale_variable(std::span<double> values) {
 }
 
 bool load_set(Workspace ws, PlotSet& set, Scratch& room) {
-  const bool all = chosen<"ALL">();
+  const bool all = Opt::chosen<"ALL">();
   const auto list = SCNCOM.list();
   std::size_t first = 0;
   const auto column = [&] { return room.take(set.rows); };
-  if (set.from == PlotX::variable && !chosen<"HISTOGRA">()) {
+  if (set.from == PlotX::variable && !Opt::chosen<"HISTOGRA">()) {
     load_variable(ws, list[0], all, column(), set.x);
     first = 1;
   } else {
@@ -276,13 +266,13 @@ bool load_set(Workspace ws, PlotSet& set, Scratch& room) {
   for (std::size_t i = first; i < list.size(); ++i) {
     PlotVariable& y = set.y[set.variables++];
     load_variable(ws, list[i], all, column(), y);
-    if (chosen<"SCALE">()) scale_variable(y.value);
+    if (Opt::chosen<"SCALE">()) scale_variable(y.value);
     for (std::size_t t = 0; t < set.rows && !any; ++t) {
       any = !std::isnan(y.value[t]) && !std::isnan(set.x.value[t]);
     }
   }
-  const NameOption& weight = named<"WEIGHT">();
-  if (!weight.text.empty() && chosen<"HISTOGRA">()) {
+  const NameOption& weight = Opt::named<"WEIGHT">();
+  if (!weight.text.empty() && Opt::chosen<"HISTOGRA">()) {
     if (!valid_variable(ws, weight.var, weight.text)) return false;
     ListItem item;
     item.var = weight.var;
@@ -296,10 +286,10 @@ bool load_set(Workspace ws, PlotSet& set, Scratch& room) {
 // What is x, and whether the list fits.
 bool settle_list(Workspace ws, PlotSet& set) {
   const auto count = static_cast<std::size_t>(SCNCOM.NF);
-  const bool TIME = chosen<"TIME">() || chosen<"TPLOT">();
+  const bool TIME = Opt::chosen<"TIME">() || Opt::chosen<"TPLOT">();
   if (TIME) {
     set.from = DATCOM.ITIME2 > 0 ? PlotX::calendar : PlotX::count;
-  } else if (chosen<"COUNT">() || count == 1) {
+  } else if (Opt::chosen<"COUNT">() || count == 1) {
     set.from = PlotX::count;
   }
   if (count == 0) {
@@ -342,7 +332,7 @@ void PLOTC(Workspace ws) {
   const Trace trace("PLOTC");
   // 1. Options.
   OPTION_START(PLOTOPT.view());
-  OPTCOM.LOPT[PLOTOPT.place("WIDE")] = OSCOM.OWIDE;
+  Opt::set<"WIDE">(OSCOM.OWIDE);
   OPTION_SCAN(ws, PLOTOPT.view());
   if (OCOM.ODONT || OSCOM.OSCAN) return;
   PlotSet set;
@@ -352,17 +342,17 @@ void PLOTC(Workspace ws) {
   print_notes(set);
   // 2. The variables.
   if (!take_range(ws)) return;
-  for (PlotRowsInUse rows(ws, chosen<"ALL">()); rows.next();) ++set.rows;
+  for (PlotRowsInUse rows(ws, Opt::chosen<"ALL">()); rows.next();) ++set.rows;
   DATCOM.NOB = static_cast<int>(set.rows);
   if (set.rows == 0) return fail(" ...ERROR..NO DATA TO PLOT");
   Scratch room(ws, static_cast<std::int64_t>(set.rows) * (SCNCOM.NF + 2));
   if (!room || !load_set(ws, set, room)) return;
   // 3. The plot.
-  const bool HISTOGRA = chosen<"HISTOGRA">();
-  const bool gnuplot = chosen<"GNUPLOT">() || chosen<"GRAPHICS">() || set.THREE || words.APPEND ||
-                       !words.DEVICE.empty() || !words.OUTPUT.empty() || !words.PORT.empty() ||
-                       !words.COMMFILE.empty() || !words.DATAFILE.empty() || web_output() ||
-                       INPCOM.IKOD == K_GRAPH;
+  const bool HISTOGRA = Opt::chosen<"HISTOGRA">();
+  const bool gnuplot = Opt::chosen<"GNUPLOT">() || Opt::chosen<"GRAPHICS">() || set.THREE ||
+                       words.APPEND || !words.DEVICE.empty() || !words.OUTPUT.empty() ||
+                       !words.PORT.empty() || !words.COMMFILE.empty() || !words.DATAFILE.empty() ||
+                       web_output() || INPCOM.IKOD == K_GRAPH;
   if (set.SAME && HISTOGRA) warn(" ...WARNING..THE SAME OPTION HAS NO EFFECT");
   if (set.HOLD && (gnuplot || HISTOGRA)) warn(" ...WARNING..THE HOLD OPTION HAS NO EFFECT");
   if (gnuplot) {
@@ -370,7 +360,7 @@ void PLOTC(Workspace ws) {
   } else if (HISTOGRA) {
     PLOTHS(set);
   } else {
-    if (chosen<"NEWPAGE">()) say("\f");
+    if (Opt::chosen<"NEWPAGE">()) say("\f");
     PLOTPR(set);
   }
 }

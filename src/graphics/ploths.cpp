@@ -22,8 +22,10 @@ void find_limits(const PlotSet& set, std::span<const double> x, Histogram& h) {
     squares += step * (v - mean);
   }
   const double spread = n > 1.0 ? 3.0 * std::sqrt(squares / (n - 1.0)) : 0.0;
-  h.min = set.RANGE ? h.least : mean - spread;
-  h.max = set.RANGE ? h.most : mean + spread;
+  // Squares of huge values have no sum: the data's own limits then.
+  const bool own = set.RANGE || !std::isfinite(spread);
+  h.min = own ? h.least : mean - spread;
+  h.max = own ? h.most : mean + spread;
   if (!(h.least < h.most)) {
     h.min = h.least - 0.5;
     h.max = h.least + 0.5;

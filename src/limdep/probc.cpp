@@ -30,40 +30,18 @@ static_assert(PROBOPT.words.size() == 14 + 7 + 5 + 10);
 
 constexpr double TOBIT_CONV = 0.00000001;
 constexpr int START_UNIT = 11;  // READSV
+// Sizes of columns, as powers of 2, whose variances can still be written in the units of the data.
+constexpr int WIDEST = 480;
 
 bool tobit() { return INPCOM.IKOD == K_TOBIT; }
 
-template <FixedText WORD>
-bool chosen() {
-  return OPTCOM.LOPT[PROBOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-int integer_value() {
-  return OPTCOM.IOPT[PROBOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-double real_value() {
-  return OPTCOM.XOPT[PROBOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-const NameOption& named() {
-  return OPTCOM.VOPT[PROBOPT.place(WORD.view())];
-}
-
-bool bad_value(std::string_view word) {
-  fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(word);
-  return false;
-}
-bool incompatible() {
-  fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
-  return false;
-}
+using Opt = OptionValues<PROBOPT>;
 
 void read_options(Workspace ws) {
   OPTION_START(PROBOPT.view());
-  OPTCOM.LOPT[PROBOPT.place("MAX")] = OSCOM.OMXX;
-  OPTCOM.LOPT[PROBOPT.place("DUMP")] = OSCOM.ODMMP;
-  if (tobit()) OPTCOM.XOPT[PROBOPT.place("CONV")] = TOBIT_CONV;
+  Opt::set<"MAX">(OSCOM.OMXX);
+  Opt::set<"DUMP">(OSCOM.ODMMP);
+  if (tobit()) Opt::set<"CONV">(TOBIT_CONV);
   if (SCNCOM.NOPS > 0) OPTION_SCAN(ws, PROBOPT.view());
 }
 
@@ -71,58 +49,54 @@ void read_options(Workspace ws) {
 bool settle_options() {
   LimCom& o = LIMCOM;
   o = LimCom{};
-  o.MAX = chosen<"MAX">();
-  o.CONSTANT = chosen<"CONSTANT">();
-  o.DUMP = chosen<"DUMP">();
-  o.LOPRO = chosen<"LOPRO">();
-  o.PCOV = chosen<"PCOV">() || o.MAX;
-  o.PCOR = chosen<"PCOR">() || o.MAX;
-  o.LIST = chosen<"LIST">() || o.MAX;
-  o.RSTAT = chosen<"RSTAT">();
-  o.NORMALIZ = chosen<"NORMALIZ">();
-  o.UPPER = chosen<"UPPER">();
-  o.READSV = chosen<"READSV">();
-  o.LOG = chosen<"LOG">();
-  o.LINLOG = chosen<"LINLOG">();
-  o.ITER = integer_value<"ITER">();
-  o.CHOICES = integer_value<"CHOICES">();
-  o.PITER = integer_value<"PITER">();
-  o.LOWRESP = real_value<"LOWRESP">();
-  o.UPRESP = real_value<"UPRESP">();
-  o.CONV = real_value<"CONV">();
-  o.LPDIV = real_value<"LPDIV">();
-  o.LIMIT = real_value<"LIMIT">();
-  o.PREDICT = named<"PREDICT">();
-  o.INDEX = named<"INDEX">();
-  o.COEFFICI = named<"COEFFICI">();
-  o.COVARIAN = named<"COVARIAN">();
-  o.IMRATIO = named<"IMRATIO">();
-  o.STDERR = named<"STDERR">();
-  o.TRATIO = named<"TRATIO">();
-  int place = 0;
-  for (const OptionWord& w : PROBOPT.view()) {
-    if (w.kind != OptionKind::Variable) continue;
-    if (OPTCOM.VOPT[static_cast<std::size_t>(place++)].text == "********") return bad_value(w.word);
-  }
-  if (o.ITER < 0) return bad_value("ITER");
-  if (o.CHOICES < 2) return bad_value("CHOICES");
-  if (!(o.CONV >= 0.0)) return bad_value("CONV");
-  if (!std::isfinite(o.LPDIV) || o.LPDIV == 0.0) return bad_value("LPDIV");
-  if (!std::isfinite(o.LIMIT)) return bad_value("LIMIT");
+  o.MAX = Opt::chosen<"MAX">();
+  o.CONSTANT = Opt::chosen<"CONSTANT">();
+  o.DUMP = Opt::chosen<"DUMP">();
+  o.LOPRO = Opt::chosen<"LOPRO">();
+  o.PCOV = Opt::chosen<"PCOV">() || o.MAX;
+  o.PCOR = Opt::chosen<"PCOR">() || o.MAX;
+  o.LIST = Opt::chosen<"LIST">() || o.MAX;
+  o.RSTAT = Opt::chosen<"RSTAT">();
+  o.NORMALIZ = Opt::chosen<"NORMALIZ">();
+  o.UPPER = Opt::chosen<"UPPER">();
+  o.READSV = Opt::chosen<"READSV">();
+  o.LOG = Opt::chosen<"LOG">();
+  o.LINLOG = Opt::chosen<"LINLOG">();
+  o.ITER = Opt::integer<"ITER">();
+  o.CHOICES = Opt::integer<"CHOICES">();
+  o.PITER = Opt::integer<"PITER">();
+  o.LOWRESP = Opt::real<"LOWRESP">();
+  o.UPRESP = Opt::real<"UPRESP">();
+  o.CONV = Opt::real<"CONV">();
+  o.LPDIV = Opt::real<"LPDIV">();
+  o.LIMIT = Opt::real<"LIMIT">();
+  o.PREDICT = Opt::named<"PREDICT">();
+  o.INDEX = Opt::named<"INDEX">();
+  o.COEFFICI = Opt::named<"COEFFICI">();
+  o.COVARIAN = Opt::named<"COVARIAN">();
+  o.IMRATIO = Opt::named<"IMRATIO">();
+  o.STDERR = Opt::named<"STDERR">();
+  o.TRATIO = Opt::named<"TRATIO">();
+  if (name_lacking(PROBOPT.view())) return false;
+  if (o.ITER < 0) return bad_option_value("ITER");
+  if (o.CHOICES < 2) return bad_option_value("CHOICES");
+  if (!(o.CONV >= 0.0)) return bad_option_value("CONV");
+  if (!std::isfinite(o.LPDIV) || o.LPDIV == 0.0) return bad_option_value("LPDIV");
+  if (!std::isfinite(o.LIMIT)) return bad_option_value("LIMIT");
   const bool natural = o.LOWRESP != 0.0 || o.UPRESP != 0.0;
   const bool several = o.CHOICES > 2;
-  if (!(o.LOWRESP >= 0.0 && o.UPRESP >= 0.0 && o.LOWRESP + o.UPRESP < 1.0)) return incompatible();
+  if (!(o.LOWRESP >= 0.0 && o.UPRESP >= 0.0 && o.LOWRESP + o.UPRESP < 1.0))
+    return incompatible_options();
   if (several && (INPCOM.IKOD != K_LOGIT || natural || !o.IMRATIO.text.empty())) {
-    return incompatible();
+    return incompatible_options();
   }
-  if (several && (o.LOG || o.LINLOG || o.RSTAT)) return incompatible();
+  if (several && (o.LOG || o.LINLOG || o.RSTAT)) return incompatible_options();
   o.RSTAT = o.RSTAT || (o.MAX && !several);
   // Options of the other commands of the table would be passed over in silence.
-  if (tobit() ? natural || o.LOPRO || o.LOG || o.LINLOG
-              : o.UPPER || OPTCOM.xgiven[PROBOPT.place("LIMIT")]) {
-    return incompatible();
+  if (tobit() ? natural || o.LOPRO || o.LOG || o.LINLOG : o.UPPER || Opt::given<"LIMIT">()) {
+    return incompatible_options();
   }
-  if (o.READSV && !named<"INCOEF">().text.empty()) return incompatible();
+  if (o.READSV && !Opt::named<"INCOEF">().text.empty()) return incompatible_options();
   return true;
 }
 
@@ -132,8 +106,8 @@ bool find_variables() {
     const NameOption& option;
     int& var;
   };
-  for (const Wanted& w :
-       {Wanted{named<"WEIGHT">(), LIMCOM.KWT}, Wanted{named<"INCOEF">(), LIMCOM.INCOEF}}) {
+  for (const Wanted& w : {Wanted{Opt::named<"WEIGHT">(), LIMCOM.KWT},
+                          Wanted{Opt::named<"INCOEF">(), LIMCOM.INCOEF}}) {
     if (w.option.text.empty()) continue;
     if (w.option.var <= 0) {
       fail<"(' ...ERROR..VARIABLE ', A, ' IS NOT VALID')">(w.option.text);
@@ -164,8 +138,8 @@ bool settle_list(Workspace ws, int& largest) {
 }
 
 bool settle_sample(Workspace ws, int largest) {
-  DATCOM.MBEG = integer_value<"BEG">() + (OSCOM.ODELL ? largest : 0);
-  DATCOM.MEND = integer_value<"END">();
+  DATCOM.MBEG = Opt::integer<"BEG">() + (OSCOM.ODELL ? largest : 0);
+  DATCOM.MEND = Opt::integer<"END">();
   if (DATCOM.MEND == -999) DATCOM.MEND = DATCOM.IEND;
   if (OSCOM.OSCAN) return false;
   if (DATCOM.MBEG < 1) {
@@ -336,7 +310,14 @@ bool settle_columns(Workspace ws, LimModel& m) {
       fail<"(' ...ERROR..VALUES OF ', A, ' ARE TOO LARGE TO BE SUMMED')">(NAME(ws, var));
       return false;
     }
-    if (reach > 0.0) m.scale[k] = std::ldexp(1.0, -std::clamp(std::ilogb(reach), -1000, 1000));
+    if (reach == 0.0) continue;
+    const int size = std::ilogb(reach);
+    if (std::abs(size) > WIDEST) {
+      fail<"(' ...ERROR..VARIABLE ', A, ' IS TOO LARGE OR TOO SMALL FOR THIS FIT. RESCALE IT')">(
+          NAME(ws, var));
+      return false;
+    }
+    m.scale[k] = std::ldexp(1.0, -size);
   }
   return true;
 }

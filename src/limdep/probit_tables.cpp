@@ -74,6 +74,7 @@ void print_marginal_effects(Workspace ws, const LimModel& m) {
   if (logs()) {
     say("  MARGINAL EFFECTS ASSUME ALL VARIABLES ARE  LOG-TRANSFORMED   (EXCEPT DUMMY VARIABLES)");
   }
+  if (m.K() == (m.units.constant >= 0 ? 1 : 0)) return;  // nothing that could change
   const Line blank;
   Line first, second, third;
   first.put<

@@ -238,6 +238,12 @@ bool small_step(LimModel& m) {
 bool report_singular(Workspace ws, LimModel& m, int row) {
   temporary(T_ERR) = ERR_PIVOT;
   MATINV(row, " SECOND DERIVATIVES");
+  // The last column is the dependent variable: the regressors before it are in order.
+  if (row == m.M()) {
+    temporary(T_ERR) = ERR_FIT;
+    say(" ...NOTE..THE ROWS OFF THE LIMIT ARE FITTED EXACTLY: THE VARIANCE GOES TO ZERO");
+    return false;
+  }
   warn<
       "(' ...WARNING..THIS IS PROBABLY DUE TO ', ' PERFECT MULTICOLLINEARITY ', "
       "' WITH VARIABLE ', A)">(coefficient_name(ws, m, row - 1));

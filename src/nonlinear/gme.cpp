@@ -18,34 +18,6 @@
 namespace korvel {
 namespace {
 
-// Options of the family that have no meaning for this command.
-void warn_without_effect() {
-  const NlCom& o = NLCOM;
-  const auto idle = [](bool given, std::string_view word) {
-    if (given) warn<"(' ...WARNING..', A, ' OPTION HAS NO EFFECT')">(word);
-  };
-  idle(o.AUTO, "AUTO");
-  idle(o.OPGCOV, "OPGCOV");
-  idle(o.NUMCOV, "NUMCOV");
-  idle(o.EVAL, "EVAL");
-  idle(o.SAME, "SAME");
-  idle(o.SOLVE, "SOLVE");
-  idle(o.LM, "LM");
-  idle(o.MINFUNC, "MINFUNC");
-  idle(o.MAXFUNC, "MAXFUNC");
-  idle(o.LOGDENS, "LOGDENS");
-  idle(o.DENSITY, "DENSITY");
-  idle(o.PENTYPE != 0, "PENTYPE");
-  idle(o.NCOEF != 0, "NCOEF");
-  idle(o.IN != 0, "IN");
-  idle(o.OUT != 0, "OUT");
-  idle(!o.WEIGHT.text.empty(), "WEIGHT");
-  idle(!o.GMM.text.empty(), "GMM");
-  idle(!o.SIGMA.text.empty(), "SIGMA");
-  idle(!o.STARTING.text.empty(), "STARTING");
-  idle(!o.STDRESID.text.empty(), "STDRESID");
-}
-
 // What the results stage and the loading of columns read.
 void set_stage() {
   const NlCom& o = NLCOM;
@@ -76,8 +48,7 @@ bool take_sample(Workspace ws) {
   const int largest = collect_variables(ws);
   if (largest < 0) return false;
   if (OLSCOM.stepwise || OLSCOM.lag_terms) {
-    fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
-    return false;
+    return incompatible_options();
   }
   if (OSCOM.ODELL) DATCOM.MBEG += largest;
   CKSMPL(ws, model_list());
@@ -255,7 +226,6 @@ void GME(Workspace ws) {
   if (!method_code(NLCOM.METHOD.text, 0)) {
     return fail<"(' ...ERROR METHOD=', A, '   NOT VALID FOR NL')">(NLCOM.METHOD.text);
   }
-  warn_without_effect();
   set_stage();
   // 2. The model, the sample, the support points.
   GmeModel m;

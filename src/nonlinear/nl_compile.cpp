@@ -184,10 +184,7 @@ bool conflict(Workspace ws, const NlModel& m, int equations, int names) {
   return false;
 }
 
-bool bad_start() {
-  fail(" ...ERROR..IN RIGHT HAND SIDE OF OPTION..STARTING");
-  return false;
-}
+bool bad_start() { return bad_option_value("STARTING"); }
 
 }  // namespace
 

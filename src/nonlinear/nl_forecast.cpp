@@ -67,61 +67,44 @@ void keep_for_forecasts(const NlModel& m) {
   READY = true;
 }
 
-bool nonlinear_forecast(Workspace ws, int beg, int end, bool correct, std::span<double> yhat) {
+int nonlinear_coefficients() { return static_cast<int>(KEPT.names.size()); }
+
+bool nonlinear_forecast(Workspace ws, int beg, int end, std::span<const double> coef,
+                        std::span<double> yhat) {
   const Trace trace("NLIN1");
-  if (!READY || SAVED.IKOD != K_NLINEAR || SAVED.coef.size() < KEPT.names.size()) {
+  if (!READY || SAVED.IKOD != K_NLINEAR || coef.size() < KEPT.names.size()) {
     fail(" ...ERROR..THIS COMMAND MUST FOLLOW AN ESTIMATION COMMAND");
     return false;
   }
-  const bool filter = correct && KEPT.p > 0;
-  if (filter && !KEPT.own) {
+  if (KEPT.p > 0 && !KEPT.own) {
     fail(" ...ERROR..FORECASTS OF ERRORS ACROSS EQUATIONS ARE NOT AVAILABLE");
     return false;
   }
-  // 1. The formula, at the saved coefficients.
+  // 1. The formula, at the coefficients.
   static NlEquation eq;
   const int limit = static_cast<int>(KEPT.names.size());
   if (!compile_equation(ws, KEPT.text, limit, false, KEPT.names, eq)) return false;
-  std::copy_n(SAVED.coef.begin(), limit, eq.operands.begin());
-  // 2. Its values; those before the first one too where they lend their errors.
-  const int first = filter ? std::max(1, beg - KEPT.p) : beg;
-  if (!load_columns(ws, eq, first, end)) return false;
-  const double* y = nullptr;
-  if (filter && eq.dependent > 0) {
-    y = rows_of(ws, eq.dependent, first, end - 1);
-    if (y == nullptr) return false;
-  }
+  std::copy_n(coef.begin(), limit, eq.operands.begin());
+  // 2. Its values.
+  if (!load_columns(ws, eq, beg, end)) return false;
   static std::vector<std::int32_t> observations;
   observations.clear();
-  for (int t = first; t <= end; ++t) observations.push_back(t);
+  for (int t = beg; t <= end; ++t) observations.push_back(t);
   BlockFormula formula;
   formula.code = eq.code;
   formula.operands = eq.operands;
   formula.columns = eq.column;
   formula.observations = observations;
-  formula.rows = end - first + 1;
+  formula.rows = end - beg + 1;
   formula.value = eq.value;
-  const std::int64_t plan = GradientBlocks::plan_words(eq.code.size(), 0);
-  Scratch room(ws, plan + formula.rows);
+  Scratch room(ws, GradientBlocks::plan_words(eq.code.size(), 0));
   if (!room) return false;
   GradientBlocks blocks;
-  blocks.plan(formula, room.take(static_cast<std::size_t>(plan)));
-  const std::span<double> value = room.take(static_cast<std::size_t>(formula.rows));
+  blocks.plan(formula, room.words());
   Scratch work(ws, blocks.work_words());
   if (!work) return false;
-  if (!blocks.evaluate(value, {}, 0, work.words())) {
+  if (!blocks.evaluate(yhat, {}, 0, work.words())) {
     warn(" ...WARNING..ILLEGAL OPERATIONS IN THE FORMULA, THEIR VALUES ARE REPLACED BY ZERO");
-  }
-  // 3. The forecasts.
-  for (int t = beg; t <= end; ++t) {
-    const int at = t - first;
-    double forecast = value[static_cast<std::size_t>(at)];
-    for (int i = 1; filter && i <= KEPT.p && at - i >= 0; ++i) {
-      const double observed = y == nullptr ? 0.0 : y[at - i];
-      forecast += SAVED.rho[static_cast<std::size_t>(i) - 1] *
-                  (observed - value[static_cast<std::size_t>(at - i)]);
-    }
-    yhat[static_cast<std::size_t>(t - beg)] = forecast;
   }
   return true;
 }

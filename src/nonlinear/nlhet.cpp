@@ -31,43 +31,6 @@ constexpr std::string_view FORMS[] = {"ARCH", "DEPVAR", "VARLIN", "STDLIN", "MUL
 // Names of coefficients that stand on no variable; they grow to the longest list of the run.
 std::vector<std::string> NAMES;
 
-// Options of the family of commands that mean nothing here.
-void warn_unused() {
-  const NlCom& o = NLCOM;
-  struct Unused {
-    bool given;
-    std::string_view word;
-  };
-  const Unused all[] = {{o.AUTO, "AUTO"},
-                        {o.order_given, "ORDER"},
-                        {o.DRHO, "DRHO"},
-                        {o.ACROSS, "ACROSS"},
-                        {o.SAME, "SAME"},
-                        {o.LM, "LM"},
-                        {o.LOGDENS, "LOGDENS"},
-                        {o.DENSITY, "DENSITY"},
-                        {o.GENRVAR, "GENRVAR"},
-                        {o.PRESAMP, "PRESAMP"},
-                        {o.SOLVE, "SOLVE"},
-                        {o.MINFUNC, "MINFUNC"},
-                        {o.MAXFUNC, "MAXFUNC"},
-                        {o.CONEXOGS, "CONEXOGS"},
-                        {o.NCOEF != 0, "NCOEF="},
-                        {o.PENTYPE != 0, "PENTYPE="},
-                        {o.AUTCOV != -999, "AUTCOV="},
-                        {!o.GMM.text.empty(), "GMM="},
-                        {!o.GMMOUT.text.empty(), "GMMOUT="},
-                        {!o.ZENTROPY.text.empty(), "ZENTROPY="},
-                        {!o.VENTROPY.text.empty(), "VENTROPY="},
-                        {!o.QPRIOR.text.empty(), "QPRIOR="},
-                        {!o.UPRIOR.text.empty(), "UPRIOR="},
-                        {!o.SIGMAZ.text.empty(), "SIGMAZ="},
-                        {!o.STDERR2.text.empty(), "STDERR2="}};
-  for (const Unused& u : all) {
-    if (u.given) warn<"(' ...WARNING..', A, ' OPTION HAS NO EFFECT')">(u.word);
-  }
-}
-
 // What the results stage reads of the options.
 void settle_stage() {
   const NlCom& o = NLCOM;
@@ -111,8 +74,7 @@ bool settle_form(HetForm& form) {
     return false;
   }
   if (!std::isfinite(o.ARCHM)) {
-    fail(" ...ERROR..IN RIGHT HAND SIDE OF OPTION..ARCHM");
-    return false;
+    return bad_option_value("ARCHM");
   }
   if (!method_code(o.METHOD.text, 1)) {
     fail<"(' ...ERROR..METHOD=', A, '   NOT VALID FOR HET')">(o.METHOD.text);
@@ -258,7 +220,7 @@ bool load_model(Workspace ws, Scratch& scratch, HetModel& m) {
   return true;
 }
 
-// Weights have mean one or, with NONORMAL, are replications. False after an error.
+// Weights have mean one or, with NONORMAL or NOPWEIGHT, are replications. False after an error.
 bool settle_weights(Workspace ws, HetModel& m, std::span<double> weight) {
   m.N = static_cast<double>(m.rows.rows);
   if (weight.empty()) return true;
@@ -276,7 +238,7 @@ bool settle_weights(Workspace ws, HetModel& m, std::span<double> weight) {
     fail<"(' ...ERROR..WEIGHTS OF ', A, ' HAVE NO USABLE SUM')">(NAME(ws, OLSCOM.KWT));
     return false;
   }
-  if (NLCOM.NORMALIZ) {
+  if (NLCOM.NORMALIZ && NLCOM.PWEIGHT) {
     for (double& w : weight) w *= m.N / sum;
   } else {
     m.N = sum;
@@ -438,7 +400,6 @@ void NLHET(Workspace ws) {
   settle_stage();
   int largest = 0;
   if (!settle_list(ws, m, largest)) return;
-  warn_unused();
   // 2. The sample, room, columns.
   if (!settle_sample(ws, m, largest)) return;
   r.rows = DATCOM.NOB;

@@ -52,26 +52,7 @@ static_assert(NLOPT.words.size() == 46 + 21 + 13 + 29);
 
 constexpr double GME_CONVERGE = 0.00000001;
 
-template <FixedText WORD>
-bool chosen() {
-  return OPTCOM.LOPT[NLOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-int integer_value() {
-  return OPTCOM.IOPT[NLOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-double real_value() {
-  return OPTCOM.XOPT[NLOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-const NameOption& named() {
-  return OPTCOM.VOPT[NLOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-bool integer_given() {
-  return OPTCOM.igiven[NLOPT.place(WORD.view())];
-}
+using Opt = OptionValues<NLOPT>;
 
 // Coefficients of the last run of NLINEAR or MLE, for SAME.
 std::vector<double> KEPTCOEF;
@@ -83,209 +64,229 @@ void keep_coefficients() {
 
 bool nl() { return INPCOM.IKOD == K_NLINEAR; }
 
-// Texts of name options: they outlive the command text, which the lines of a block overwrite.
-struct OptionTexts {
-  std::array<std::array<char, 260>, MAXVOPT> text{}, typed{};
-  int used = 0;
-};
-constinit OptionTexts OPTIONTEXTS{};
-
-NameOption keep(const NameOption& option) {
-  NameOption kept = option;
-  const auto at = static_cast<std::size_t>(OPTIONTEXTS.used++);
-  const auto copy = [](std::string_view from, std::array<char, 260>& to) {
-    const std::size_t n = std::min(from.size(), to.size());
-    std::copy_n(from.begin(), n, to.begin());
-    return std::string_view(to.data(), n);
-  };
-  kept.text = copy(option.text, OPTIONTEXTS.text[at]);
-  kept.typed = copy(option.typed, OPTIONTEXTS.typed[at]);
-  return kept;
-}
+// Names of results, kept apart from the command: the lines of the block overwrite that.
+constinit KeptNames NAMES{};
 
 void read_options(Workspace ws) {
   OPTION_START(NLOPT.view());
-  OPTCOM.LOPT[NLOPT.place("MAX")] = OSCOM.OMXX;
-  OPTCOM.LOPT[NLOPT.place("DUMP")] = OSCOM.ODMMP;
-  OPTCOM.LOPT[NLOPT.place("OPGSTART")] = INPCOM.IKOD == K_HETERO;
-  OPTCOM.LOPT[NLOPT.place("CONEXOGS")] = nl() || INPCOM.IKOD == K_GME;
-  if (!OCOM.OPUT) OPTCOM.IOPT[NLOPT.place("PITER")] = 0;
-  if (INPCOM.IKOD == K_GME) OPTCOM.XOPT[NLOPT.place("CONVERGE")] = GME_CONVERGE;
+  Opt::set<"MAX">(OSCOM.OMXX);
+  Opt::set<"DUMP">(OSCOM.ODMMP);
+  Opt::set<"OPGSTART">(INPCOM.IKOD == K_HETERO);
+  Opt::set<"CONEXOGS">(nl() || INPCOM.IKOD == K_GME);
+  if (!OCOM.OPUT) Opt::set<"PITER">(0);
+  if (INPCOM.IKOD == K_GME) Opt::set<"CONVERGE">(GME_CONVERGE);
   if (SCNCOM.NOPS > 0) OPTION_SCAN(ws, NLOPT.view());
 }
 
 void copy_logicals() {
   NlCom& o = NLCOM;
-  o.MAX = chosen<"MAX">();
-  o.DUMP = chosen<"DUMP">();
-  o.LIST = chosen<"LIST">() || o.MAX;
-  o.RSTAT = chosen<"RSTAT">() || o.LIST;
-  o.PCOV = chosen<"PCOV">() || o.MAX;
-  o.PCOR = chosen<"PCOR">() || o.MAX;
-  o.DN = chosen<"DN">();
-  o.AUTO = chosen<"AUTO">();
-  o.DRHO = chosen<"DRHO">();
-  o.ACROSS = chosen<"ACROSS">();
-  o.NUMERIC = chosen<"NUMERIC">();
-  o.OPGSTART = chosen<"OPGSTART">();
-  o.OPGCOV = chosen<"OPGCOV">();
-  o.EVAL = chosen<"EVAL">();
-  o.SAME = chosen<"SAME">();
-  o.LM = chosen<"LM">();
-  o.CONSTANT = chosen<"CONSTANT">();
-  o.ANOVA = chosen<"ANOVA">();
-  o.LOGLOG = chosen<"LOGLOG">();
-  o.LOGLIN = chosen<"LOGLIN">();
-  o.LINLOG = chosen<"LINLOG">();
-  o.LININVER = chosen<"LININVER">();
-  o.LOGINVER = chosen<"LOGINVER">();
-  o.REWIND = chosen<"REWIND">();
-  o.NORMALIZ = chosen<"NORMALIZ">();
-  o.LOGDENS = chosen<"LOGDENS">();
-  o.DENSITY = chosen<"DENSITY">();
-  o.NUMCOV = chosen<"NUMCOV">();
-  o.numcov_given = OPTCOM.lgiven[NLOPT.place("NUMCOV")];
-  o.GENRVAR = chosen<"GENRVAR">();
-  o.PRESAMP = chosen<"PRESAMP">();
-  o.SOLVE = chosen<"SOLVE">();
-  o.MINFUNC = chosen<"MINFUNC">();
-  o.MAXFUNC = chosen<"MAXFUNC">();
-  o.CONEXOGS = chosen<"CONEXOGS">();
-  o.S3SLS = chosen<"S3SLS">();
-  o.PWEIGHT = chosen<"PWEIGHT">();
-  o.PSIGMA = chosen<"PSIGMA">();
-  o.HYBRID = chosen<"HYBRID">();
+  o.MAX = Opt::chosen<"MAX">();
+  o.DUMP = Opt::chosen<"DUMP">();
+  o.LIST = Opt::chosen<"LIST">() || o.MAX;
+  o.RSTAT = Opt::chosen<"RSTAT">() || o.LIST;
+  o.PCOV = Opt::chosen<"PCOV">() || o.MAX;
+  o.PCOR = Opt::chosen<"PCOR">() || o.MAX;
+  o.DN = Opt::chosen<"DN">();
+  o.AUTO = Opt::chosen<"AUTO">();
+  o.DRHO = Opt::chosen<"DRHO">();
+  o.ACROSS = Opt::chosen<"ACROSS">();
+  o.NUMERIC = Opt::chosen<"NUMERIC">();
+  o.OPGSTART = Opt::chosen<"OPGSTART">();
+  o.OPGCOV = Opt::chosen<"OPGCOV">();
+  o.EVAL = Opt::chosen<"EVAL">();
+  o.SAME = Opt::chosen<"SAME">();
+  o.LM = Opt::chosen<"LM">();
+  o.CONSTANT = Opt::chosen<"CONSTANT">();
+  o.ANOVA = Opt::chosen<"ANOVA">();
+  o.LOGLOG = Opt::chosen<"LOGLOG">();
+  o.LOGLIN = Opt::chosen<"LOGLIN">();
+  o.LINLOG = Opt::chosen<"LINLOG">();
+  o.LININVER = Opt::chosen<"LININVER">();
+  o.LOGINVER = Opt::chosen<"LOGINVER">();
+  o.REWIND = Opt::chosen<"REWIND">();
+  o.NORMALIZ = Opt::chosen<"NORMALIZ">();
+  o.LOGDENS = Opt::chosen<"LOGDENS">();
+  o.DENSITY = Opt::chosen<"DENSITY">();
+  o.NUMCOV = Opt::chosen<"NUMCOV">();
+  o.numcov_given = Opt::given<"NUMCOV">();
+  o.GENRVAR = Opt::chosen<"GENRVAR">();
+  o.PRESAMP = Opt::chosen<"PRESAMP">();
+  o.SOLVE = Opt::chosen<"SOLVE">();
+  o.MINFUNC = Opt::chosen<"MINFUNC">();
+  o.MAXFUNC = Opt::chosen<"MAXFUNC">();
+  o.CONEXOGS = Opt::chosen<"CONEXOGS">();
+  o.S3SLS = Opt::chosen<"S3SLS">();
+  o.PWEIGHT = Opt::chosen<"PWEIGHT">();
+  o.PSIGMA = Opt::chosen<"PSIGMA">();
+  o.HYBRID = Opt::chosen<"HYBRID">();
 }
 
 void copy_numbers() {
   NlCom& o = NLCOM;
-  o.ORDER = integer_value<"ORDER">();
-  o.order_given = integer_given<"ORDER">();
-  o.ITER = integer_value<"ITER">();
-  o.NCOEF = integer_value<"NCOEF">();
-  o.ARCH = integer_value<"ARCH">();
-  o.arch_given = integer_given<"ARCH">();
-  o.GARCH = integer_value<"GARCH">();
-  o.garch_given = integer_given<"GARCH">();
-  o.PITER = integer_value<"PITER">();
-  o.IN = integer_value<"IN">();
-  o.OUT = integer_value<"OUT">();
-  o.AUTCOV = integer_value<"AUTCOV">();
-  o.PENTYPE = integer_value<"PENTYPE">();
-  o.SANEPS = integer_value<"SANEPS">();
-  o.SANS = integer_value<"SANS">();
-  o.SANT = integer_value<"SANT">();
-  o.SAITER = integer_value<"SAITER">();
-  o.CONV = real_value<"CONVERGE">();
-  o.STEPSIZE = real_value<"STEPSIZE">();
-  o.ESTFN = real_value<"ESTFN">();
-  o.DELTA = real_value<"DELTA">();
-  o.ARCHM = real_value<"ARCHM">();
-  o.LOGEPS = real_value<"LOGEPS">();
-  o.PENLAMBD = real_value<"PENLAMBD">();
-  o.PENLOW = real_value<"PENLOW">();
-  o.PENHI = real_value<"PENHI">();
-  o.SATRF = real_value<"SATRF">();
-  o.SAUPFAC = real_value<"SAUPFAC">();
-  o.saupfac_given = OPTCOM.xgiven[NLOPT.place("SAUPFAC")];
-  o.SALOWFAC = real_value<"SALOWFAC">();
-  o.salowfac_given = OPTCOM.xgiven[NLOPT.place("SALOWFAC")];
-  o.SACONV = real_value<"SACONV">();
+  o.ORDER = Opt::integer<"ORDER">();
+  o.order_given = Opt::given<"ORDER">();
+  o.ITER = Opt::integer<"ITER">();
+  o.NCOEF = Opt::integer<"NCOEF">();
+  o.ARCH = Opt::integer<"ARCH">();
+  o.arch_given = Opt::given<"ARCH">();
+  o.GARCH = Opt::integer<"GARCH">();
+  o.garch_given = Opt::given<"GARCH">();
+  o.PITER = Opt::integer<"PITER">();
+  o.IN = Opt::integer<"IN">();
+  o.OUT = Opt::integer<"OUT">();
+  o.AUTCOV = Opt::integer<"AUTCOV">();
+  o.PENTYPE = Opt::integer<"PENTYPE">();
+  o.SANEPS = Opt::integer<"SANEPS">();
+  o.SANS = Opt::integer<"SANS">();
+  o.SANT = Opt::integer<"SANT">();
+  o.SAITER = Opt::integer<"SAITER">();
+  o.CONV = Opt::real<"CONVERGE">();
+  o.STEPSIZE = Opt::real<"STEPSIZE">();
+  o.ESTFN = Opt::real<"ESTFN">();
+  o.DELTA = Opt::real<"DELTA">();
+  o.ARCHM = Opt::real<"ARCHM">();
+  o.LOGEPS = Opt::real<"LOGEPS">();
+  o.PENLAMBD = Opt::real<"PENLAMBD">();
+  o.PENLOW = Opt::real<"PENLOW">();
+  o.PENHI = Opt::real<"PENHI">();
+  o.SATRF = Opt::real<"SATRF">();
+  o.SAUPFAC = Opt::real<"SAUPFAC">();
+  o.saupfac_given = Opt::given<"SAUPFAC">();
+  o.SALOWFAC = Opt::real<"SALOWFAC">();
+  o.salowfac_given = Opt::given<"SALOWFAC">();
+  o.SACONV = Opt::real<"SACONV">();
 }
 
 void copy_names() {
   NlCom& o = NLCOM;
-  OPTIONTEXTS.used = 0;
-  o.PREDICT = keep(named<"PREDICT">());
-  o.RESID = keep(named<"RESID">());
-  o.COEF = keep(named<"COEF">());
-  o.COV = keep(named<"COV">());
-  o.TRATIO = keep(named<"TRATIO">());
-  o.STDERR = keep(named<"STDERR">());
-  o.COR = keep(named<"COR">());
-  o.IDVAR = keep(named<"IDVAR">());
-  o.SIGMA = keep(named<"SIGMA">());
-  o.STARTING = keep(named<"STARTING">());
-  o.ZMATRIX = keep(named<"ZMATRIX">());
-  o.GMATRIX = keep(named<"GMATRIX">());
-  o.WEIGHT = keep(named<"WEIGHT">());
-  o.METHOD = keep(named<"METHOD">());
-  o.TYPE = keep(named<"TYPE">());
-  o.STDRESID = keep(named<"STDRESID">());
-  o.MODEL = keep(named<"MODEL">());
-  o.GMM = keep(named<"GMM">());
-  o.ZENTROPY = keep(named<"ZENTROPY">());
-  o.VENTROPY = keep(named<"VENTROPY">());
-  o.GMMOUT = keep(named<"GMMOUT">());
-  o.QPRIOR = keep(named<"QPRIOR">());
-  o.UPRIOR = keep(named<"UPRIOR">());
-  o.SIGMAZ = keep(named<"SIGMAZ">());
-  o.STDERR2 = keep(named<"STDERR2">());
-  o.SALOWER = keep(named<"SALOWER">());
-  o.SAUPPER = keep(named<"SAUPPER">());
+  NAMES.clear();
+  o.PREDICT = NAMES.keep(Opt::named<"PREDICT">());
+  o.RESID = NAMES.keep(Opt::named<"RESID">());
+  o.COEF = NAMES.keep(Opt::named<"COEF">());
+  o.COV = NAMES.keep(Opt::named<"COV">());
+  o.TRATIO = NAMES.keep(Opt::named<"TRATIO">());
+  o.STDERR = NAMES.keep(Opt::named<"STDERR">());
+  o.COR = NAMES.keep(Opt::named<"COR">());
+  o.IDVAR = NAMES.keep(Opt::named<"IDVAR">());
+  o.SIGMA = NAMES.keep(Opt::named<"SIGMA">());
+  o.STARTING = NAMES.keep(Opt::named<"STARTING">());
+  o.ZMATRIX = NAMES.keep(Opt::named<"ZMATRIX">());
+  o.GMATRIX = NAMES.keep(Opt::named<"GMATRIX">());
+  o.WEIGHT = NAMES.keep(Opt::named<"WEIGHT">());
+  o.METHOD = NAMES.keep(Opt::named<"METHOD">());
+  o.TYPE = NAMES.keep(Opt::named<"TYPE">());
+  o.STDRESID = NAMES.keep(Opt::named<"STDRESID">());
+  o.MODEL = NAMES.keep(Opt::named<"MODEL">());
+  o.GMM = NAMES.keep(Opt::named<"GMM">());
+  o.ZENTROPY = NAMES.keep(Opt::named<"ZENTROPY">());
+  o.VENTROPY = NAMES.keep(Opt::named<"VENTROPY">());
+  o.GMMOUT = NAMES.keep(Opt::named<"GMMOUT">());
+  o.QPRIOR = NAMES.keep(Opt::named<"QPRIOR">());
+  o.UPRIOR = NAMES.keep(Opt::named<"UPRIOR">());
+  o.SIGMAZ = NAMES.keep(Opt::named<"SIGMAZ">());
+  o.STDERR2 = NAMES.keep(Opt::named<"STDERR2">());
+  o.SALOWER = NAMES.keep(Opt::named<"SALOWER">());
+  o.SAUPPER = NAMES.keep(Opt::named<"SAUPPER">());
 }
 
-bool bad_value(std::string_view word) {
-  fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(word);
-  return false;
-}
 bool refuse(std::string_view text) {
   fail(text);
   return false;
 }
 
-// Words that are read and mean nothing here.
-void warn_without_effect() {
-  const auto idle = [](std::string_view word) {
-    warn<"(' ...WARNING..', A, ' OPTION HAS NO EFFECT')">(word);
-  };
-  int logicals = 0, integers = 0, names = 0;
-  for (const OptionWord& w : NLOPT.view()) {
-    bool given = false;
-    switch (w.kind) {
-      case OptionKind::Logical:
-        given = OPTCOM.lgiven[static_cast<std::size_t>(logicals++)];
-        break;
-      case OptionKind::Integer:
-        given = OPTCOM.igiven[static_cast<std::size_t>(integers++)];
-        break;
-      case OptionKind::Variable:
-        given = !OPTCOM.VOPT[static_cast<std::size_t>(names++)].text.empty();
-        break;
-      default:
-        break;
-    }
-    constexpr std::string_view IDLE[] = {"LFUNC",    "MAGEE",    "OPGLM",    "EXPLOG",
-                                         "EXPONENT", "DEVIATIO", "BIGOUT",   "MACH",
-                                         "CRHO",     "QC",       "KORVFUNC", "KORVUSER"};
-    if (given && std::ranges::find(IDLE, w.word) != std::end(IDLE)) idle(w.word);
+// Words of the family's table that no command uses, and those that one command doesn't.
+constexpr auto IDLE = std::to_array<std::string_view>(
+    {"LFUNC", "MAGEE", "OPGLM", "EXPLOG", "EXPONENT", "DEVIATIO", "BIGOUT", "MACH", "CRHO", "QC",
+     "RMALIZ", "LOGEPS", "KORVFUNC", "KORVUSER", "STDERR2"});
+constexpr auto NOT_IN_NLINEAR = std::to_array<std::string_view>(
+    {"MODEL", "OPGSTART", "CONSTANT", "ANOVA", "LININVER", "LOGINVER", "ZENTROPY", "VENTROPY",
+     "QPRIOR", "UPRIOR", "SIGMAZ"});
+constexpr auto NOT_IN_MLE = std::to_array<std::string_view>(
+    {"AUTO",   "ORDER",   "DRHO",    "ACROSS",   "LOGDENS", "DENSITY",  "GENRVAR",  "PRESAMP",
+     "SOLVE",  "MINFUNC", "MAXFUNC", "CONEXOGS", "IN",      "OUT",      "NCOEF",    "PENTYPE",
+     "AUTCOV", "SIGMA",   "MODEL",   "GMM",      "GMMOUT",  "ZENTROPY", "VENTROPY", "QPRIOR",
+     "UPRIOR", "SIGMAZ",  "DN",      "S3SLS",    "PSIGMA",  "ESTFN"});
+constexpr auto NOT_IN_HETERO = std::to_array<std::string_view>(
+    {"AUTO",    "ORDER",   "DRHO",   "ACROSS",   "SAME",     "LM",       "LOGDENS", "DENSITY",
+     "GENRVAR", "PRESAMP", "SOLVE",  "MINFUNC",  "MAXFUNC",  "CONEXOGS", "NCOEF",   "PENTYPE",
+     "AUTCOV",  "GMM",     "GMMOUT", "ZENTROPY", "VENTROPY", "QPRIOR",   "UPRIOR",  "SIGMAZ",
+     "ANOVA",   "IDVAR",   "S3SLS",  "PSIGMA",   "ESTFN"});
+constexpr auto NOT_IN_GME = std::to_array<std::string_view>(
+    {"AUTO",    "OPGCOV",  "NUMCOV",  "EVAL",    "SAME",     "SOLVE",    "LM",
+     "MINFUNC", "MAXFUNC", "LOGDENS", "DENSITY", "PENTYPE",  "NCOEF",    "IN",
+     "OUT",     "WEIGHT",  "GMM",     "SIGMA",   "STARTING", "STDRESID", "DRHO",
+     "ACROSS",  "ORDER",   "PRESAMP", "GENRVAR", "CONEXOGS", "OPGSTART", "ANOVA",
+     "AUTCOV",  "GMMOUT",  "MODEL",   "S3SLS",   "PSIGMA"});
+
+std::span<const std::string_view> idle_here() {
+  switch (INPCOM.IKOD) {
+    case K_MLE:
+      return NOT_IN_MLE;
+    case K_HETERO:
+      return NOT_IN_HETERO;
+    case K_GME:
+      return NOT_IN_GME;
+    default:
+      return NOT_IN_NLINEAR;
   }
-  if (nl() && !NLCOM.MODEL.text.empty()) idle("MODEL");
-  if (NLCOM.HYBRID && NLCOM.METHOD.text.empty()) idle("HYBRID");
+}
+
+void warn_idle(std::string_view word) {
+  warn<"(' ...WARNING..', A, ' OPTION HAS NO EFFECT')">(word);
+}
+
+// Options of NLINEAR that belong to a form which was not chosen.
+void warn_without_form() {
+  const NlCom& o = NLCOM;
+  const bool instruments = SCNCOM.NF > 0;
+  const bool functions = o.LOGDENS || o.DENSITY || o.MINFUNC || o.MAXFUNC;
+  if (o.DRHO && !o.AUTO) warn_idle("DRHO");
+  if (o.ACROSS && !o.AUTO) warn_idle("ACROSS");
+  if (o.PRESAMP && !o.AUTO) warn_idle("PRESAMP");
+  if (o.LM && (instruments || functions || o.SOLVE)) warn_idle("LM");
+  if (o.AUTCOV != -999 && o.GMM.text.empty()) warn_idle("AUTCOV");
+  if (!o.GMMOUT.text.empty() && !instruments) warn_idle("GMMOUT");
+}
+
+// Tells the typed words that mean nothing to the command.
+void warn_without_effect() {
+  const std::span<const std::string_view> here = idle_here();
+  std::size_t rank[4] = {0, 0, 0, 0};
+  for (const OptionWord& w : NLOPT.view()) {
+    const std::size_t place = rank[static_cast<int>(w.kind)]++;
+    // A logical word typed as it stands anyway asks for nothing.
+    const bool typed = w.kind == OptionKind::Logical
+                           ? OPTCOM.lgiven[place] && OPTCOM.LOPT[place] != (w.start != 0.0)
+                       : w.kind == OptionKind::Integer ? OPTCOM.igiven[place]
+                       : w.kind == OptionKind::Real    ? OPTCOM.xgiven[place]
+                                                       : !OPTCOM.VOPT[place].text.empty();
+    const bool idle = std::ranges::find(IDLE, w.word) != IDLE.end() ||
+                      std::ranges::find(here, w.word) != here.end() ||
+                      (w.word == "HYBRID" && NLCOM.METHOD.text.empty());
+    if (typed && idle) warn_idle(w.word);
+  }
+  if (nl()) warn_without_form();
+  if (NLCOM.METHOD.text.empty()) NLCOM.HYBRID = false;
 }
 
 // Values that no command of the family can use.
 bool check_values() {
   const NlCom& o = NLCOM;
-  int place = 0;
-  for (const OptionWord& w : NLOPT.view()) {
-    if (w.kind != OptionKind::Variable) continue;
-    if (OPTCOM.VOPT[static_cast<std::size_t>(place++)].text == "********") return bad_value(w.word);
-  }
+  if (name_lacking(NLOPT.view())) return false;
   if (o.CONV == 0.0) return refuse(" ...ERROR..CONVERGENCE SET TO ZERO");
-  if (!(o.CONV > 0.0 && std::isfinite(o.CONV))) return bad_value("CONVERGE");
-  if (!(o.STEPSIZE > 0.0 && std::isfinite(o.STEPSIZE))) return bad_value("STEPSIZE");
-  if (!(o.DELTA > 0.0 && std::isfinite(o.DELTA))) return bad_value("DELTA");
-  if (o.ITER < 0) return bad_value("ITER");
-  if (o.PITER < 0) return bad_value("PITER");
-  if (o.ORDER < 0) return bad_value("ORDER");
-  if (o.ARCH < 0) return bad_value("ARCH");
-  if (o.GARCH < 0) return bad_value("GARCH");
-  if (o.NCOEF < 0) return bad_value("NCOEF");
-  if (o.AUTCOV < 0 && o.AUTCOV != -999) return bad_value("AUTCOV");
-  if (o.PENTYPE < 0 || o.PENTYPE > 3) return bad_value("PENTYPE");
-  if (!(o.PENLAMBD >= 0.0 && std::isfinite(o.PENLAMBD))) return bad_value("PENLAMBD");
-  if (!RUNCOM.settings.check && !(o.PENLOW <= o.PENHI)) return bad_value("PENLOW");
+  if (!(o.CONV > 0.0 && std::isfinite(o.CONV))) return bad_option_value("CONVERGE");
+  if (!(o.STEPSIZE > 0.0 && std::isfinite(o.STEPSIZE))) return bad_option_value("STEPSIZE");
+  if (!(o.DELTA > 0.0 && std::isfinite(o.DELTA))) return bad_option_value("DELTA");
+  if (o.ITER < 0) return bad_option_value("ITER");
+  if (o.PITER < 0) return bad_option_value("PITER");
+  if (o.ORDER < 0) return bad_option_value("ORDER");
+  if (o.ARCH < 0) return bad_option_value("ARCH");
+  if (o.GARCH < 0) return bad_option_value("GARCH");
+  if (o.NCOEF < 0) return bad_option_value("NCOEF");
+  if (o.AUTCOV < 0 && o.AUTCOV != -999) return bad_option_value("AUTCOV");
+  if (o.PENTYPE < 0 || o.PENTYPE > 3) return bad_option_value("PENTYPE");
+  if (!(o.PENLAMBD >= 0.0 && std::isfinite(o.PENLAMBD))) return bad_option_value("PENLAMBD");
+  if (!RUNCOM.settings.check && !(o.PENLOW <= o.PENHI)) return bad_option_value("PENLOW");
   return true;
 }
 
@@ -334,7 +335,7 @@ bool check_combinations() {
     error_line(" ...ERROR..OPGCOV OPTION NOT VALID");
     return refuse(" WITH LOGDEN OR DENSITY OPTION");
   }
-  const bool annealed = o.METHOD.text == "SA" || o.HYBRID;
+  const bool annealed = o.METHOD.text == "SA" || (o.HYBRID && !o.METHOD.text.empty());
   if (annealed && own_function) {
     return refuse(" ...ERROR..LOGDEN AND DENSITY NOT ALLOWED WITH SA");
   }
@@ -368,18 +369,18 @@ bool check_combinations() {
   const bool series = o.AUTO && (functions > 0 || o.SOLVE);
   const bool outer = o.OPGCOV && (functions > 0 || SCNCOM.NF > 0);
   if (functions > 1 || series || outer || (o.SOLVE && (functions > 0 || o.EVAL))) {
-    return refuse(" ...ERROR..INCOMPATIBLE OPTIONS ");
+    return incompatible_options();
   }
   return true;
 }
 
 // The working range as the options say it.
 bool settle_range() {
-  DATCOM.MBEG = integer_value<"BEG">();
-  DATCOM.MEND = integer_value<"END">();
-  if (integer_given<"OBS">()) {
-    const std::int64_t end = std::int64_t{DATCOM.MBEG} + integer_value<"OBS">() - 1;
-    if (integer_value<"OBS">() < 1 || !fits32(end)) return bad_value("OBS");
+  DATCOM.MBEG = Opt::integer<"BEG">();
+  DATCOM.MEND = Opt::integer<"END">();
+  if (Opt::given<"OBS">()) {
+    const std::int64_t end = std::int64_t{DATCOM.MBEG} + Opt::integer<"OBS">() - 1;
+    if (Opt::integer<"OBS">() < 1 || !fits32(end)) return bad_option_value("OBS");
     DATCOM.MEND = static_cast<int>(end);
   }
   if (DATCOM.MEND == -999) DATCOM.MEND = DATCOM.IEND;

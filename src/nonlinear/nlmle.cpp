@@ -22,45 +22,6 @@ namespace {
 constexpr int T_ERR = temporary_place("ERR");
 constexpr int FEW_ITERATIONS = 100;  // ITER below it is a limit that the user means: no polish
 
-// Options of the family of commands that mean nothing to a likelihood of one regression.
-void warn_unused() {
-  const NlCom& o = NLCOM;
-  struct Unused {
-    bool given;
-    std::string_view word;
-  };
-  const Unused all[] = {{o.AUTO, "AUTO"},
-                        {o.order_given, "ORDER"},
-                        {o.DRHO, "DRHO"},
-                        {o.ACROSS, "ACROSS"},
-                        {o.LOGDENS, "LOGDENS"},
-                        {o.DENSITY, "DENSITY"},
-                        {o.GENRVAR, "GENRVAR"},
-                        {o.PRESAMP, "PRESAMP"},
-                        {o.SOLVE, "SOLVE"},
-                        {o.MINFUNC, "MINFUNC"},
-                        {o.MAXFUNC, "MAXFUNC"},
-                        {o.CONEXOGS, "CONEXOGS"},
-                        {o.IN != 0, "IN="},
-                        {o.OUT != 0, "OUT="},
-                        {o.NCOEF != 0, "NCOEF="},
-                        {o.PENTYPE != 0, "PENTYPE="},
-                        {o.AUTCOV != -999, "AUTCOV="},
-                        {!o.SIGMA.text.empty(), "SIGMA="},
-                        {!o.MODEL.text.empty(), "MODEL="},
-                        {!o.GMM.text.empty(), "GMM="},
-                        {!o.GMMOUT.text.empty(), "GMMOUT="},
-                        {!o.ZENTROPY.text.empty(), "ZENTROPY="},
-                        {!o.VENTROPY.text.empty(), "VENTROPY="},
-                        {!o.QPRIOR.text.empty(), "QPRIOR="},
-                        {!o.UPRIOR.text.empty(), "UPRIOR="},
-                        {!o.SIGMAZ.text.empty(), "SIGMAZ="},
-                        {!o.STDERR2.text.empty(), "STDERR2="}};
-  for (const Unused& u : all) {
-    if (u.given) warn<"(' ...WARNING..', A, ' OPTION HAS NO EFFECT')">(u.word);
-  }
-}
-
 // What the results stage reads of the options.
 void settle_stage() {
   const NlCom& o = NLCOM;
@@ -231,7 +192,7 @@ void print_header(const MleModel& m) {
   Line row;
   row.put<"(1X, A, ' REGRESSION ', I6, ' OBSERVATIONS')">(m.family->word, n);
   OUTLINE();
-  if (m.rows.weight != nullptr && m.rows.weight_factor == 1.0) {
+  if (m.rows.weight != nullptr) {
     say<"(' NUMBER OF REPLICATED OBSERVATIONS =', G13.5)">(m.N);
   }
   if (m.family->range != MleRange::positive) return;
@@ -346,7 +307,6 @@ void NLMLE(Workspace ws) {
   const MleFamily* family = nullptr;
   int largest = 0;
   if (!settle_model(ws, family, largest)) return;
-  warn_unused();
   if (!settle_sample(ws, largest)) return;
   const int K = OLSCOM.NF - 1;
   const int M = mle_coefficients(*family, K);

@@ -47,11 +47,11 @@ struct NlCom {
   NameOption ZMATRIX, GMATRIX, WEIGHT, METHOD, TYPE, STDRESID, MODEL, GMM;
   NameOption ZENTROPY, VENTROPY, GMMOUT, QPRIOR, UPRIOR, SIGMAZ, STDERR2, SALOWER, SAUPPER;
   // State of the minimisers.
-  double FUNVAL = 0.0;   // function value at the last evaluation
-  double DFN = 0.0;      // expected reduction of the next step
-  int NLSTAT = 0;        // 0 running, 1 in the line step, 2 converged or stopped, 3 limit of ITER
-  int METHODCODE = 0;    // place of METHOD= in the table of methods, -1: annealing alone
-  bool GOODFUN = true;   // the last evaluation gave a value
+  double FUNVAL = 0.0;  // function value at the last evaluation
+  double DFN = 0.0;     // expected reduction of the next step
+  int NLSTAT = 0;       // 0 running, 1 in the line step, 2 converged or stopped, 3 limit of ITER
+  int METHODCODE = 0;   // place of METHOD= in the table of methods, -1: annealing alone
+  bool GOODFUN = true;  // the last evaluation gave a value
 };
 inline constinit NlCom NLCOM{};
 
@@ -63,9 +63,10 @@ void NLHET(Workspace ws);  // HETERO
 void GME(Workspace ws);
 
 // Fitted values of the last NLINEAR run for observations beg..end: left side minus residual of its
-// first equation (the value of the formula), from the formula kept with the estimate. With AR
-// errors and `correct` the errors of the rows before enter. False after an error (reported), also
-// when there was no such run.
-bool nonlinear_forecast(Workspace ws, int beg, int end, bool correct, std::span<double> yhat);
+// first equation (the value of the formula), from the formula kept with the estimate, at the
+// coefficients `coef`. False after an error (reported), also when there was no such run.
+bool nonlinear_forecast(Workspace ws, int beg, int end, std::span<const double> coef,
+                        std::span<double> yhat);
+int nonlinear_coefficients();  // of the equations of that run, in front of those of their errors
 
 }  // namespace korvel

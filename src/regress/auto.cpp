@@ -12,6 +12,7 @@
 #include "expr/kernels/gsreg.h"
 #include "expr/kernels/packed.h"
 #include "regress/auto.h"
+#include "regress/result_options.h"
 
 namespace korvel {
 namespace {
@@ -32,52 +33,11 @@ static_assert(AUTOOPT.words.size() == 26 + 8 + 3 + 10);
 // Coefficients of the errors; the first rows take a factor of that order for each.
 constexpr int MOST_ORDER = 50;
 
-template <FixedText WORD>
-bool chosen() {
-  return OPTCOM.LOPT[AUTOOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-int integer_value() {
-  return OPTCOM.IOPT[AUTOOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-bool integer_given() {
-  return OPTCOM.igiven[AUTOOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-double real_value() {
-  return OPTCOM.XOPT[AUTOOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-const NameOption& named() {
-  return OPTCOM.VOPT[AUTOOPT.place(WORD.view())];
-}
+using Opt = OptionValues<AUTOOPT>;
 
 // Names of results, kept apart from the command: reading restrictions overwrites that.
-struct OptionTexts {
-  std::array<std::array<char, 260>, 6> text{};
-  std::size_t used = 0;
-};
-constinit OptionTexts TEXTS{};
+constinit KeptNames NAMES{};
 
-NameOption keep(const NameOption& option) {
-  NameOption kept = option;
-  auto& room = TEXTS.text[TEXTS.used++];
-  const std::size_t n = std::min(option.typed.size(), room.size());
-  std::copy_n(option.typed.begin(), n, room.begin());
-  kept.typed = {room.data(), n};
-  kept.text = option.text.empty() ? std::string_view{} : kept.typed;
-  return kept;
-}
-
-bool incompatible() {
-  fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
-  return false;
-}
-bool bad_value(std::string_view option) {
-  fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(option);
-  return false;
-}
 bool bad_list() {
   fail(" ...ERROR..INVALID LIST OF INDEPENDENT VARIABLES");
   return false;
@@ -85,62 +45,38 @@ bool bad_list() {
 
 // What the results stage reads.
 void settle_results() {
-  OlsCom& o = OLSCOM;
-  o = OlsCom{};
-  TEXTS.used = 0;
-  o.MAX = chosen<"MAX">();
-  o.CONSTANT = chosen<"CONSTANT">();
-  o.DUMP = chosen<"DUMP">();
-  o.LIST = chosen<"LIST">() || o.MAX;
-  o.LM = chosen<"LM">() || o.MAX;
-  o.GF = chosen<"GF">() || o.MAX;
-  o.DLAG = chosen<"DLAG">();
-  o.RSTAT = chosen<"RSTAT">() || o.LIST || o.LM || o.GF || o.DLAG;
-  o.PCOV = chosen<"PCOV">() || o.MAX;
-  o.PCOR = chosen<"PCOR">() || o.MAX;
-  o.ANOVA = chosen<"ANOVA">() || o.MAX;
-  o.DN = chosen<"DN">();
-  o.LOGLOG = chosen<"LOGLOG">();
-  o.LOGLIN = chosen<"LOGLIN">();
-  o.LINLOG = chosen<"LINLOG">();
-  o.LININVER = chosen<"LININVER">();
-  o.LOGINVER = chosen<"LOGINVER">();
-  o.RESTRICT = chosen<"RESTRICT">();
-  o.PREDICT = keep(named<"PREDICT">());
-  o.RESID = keep(named<"RESID">());
-  o.COEFFICE = keep(named<"COEF">());
-  o.COVARIAN = keep(named<"COV">());
-  o.TRATIO = keep(named<"TRATIO">());
-  o.STDERR = keep(named<"STDERR">());
+  read_result_options<AUTOOPT>(NAMES);
+  OLSCOM.COEFFICE = NAMES.keep(Opt::named<"COEF">());
+  OLSCOM.COVARIAN = NAMES.keep(Opt::named<"COV">());
 }
 
 // The errors and how they are estimated. False after an error.
 bool settle_errors() {
   AutCom& a = AUTCOM;
   a = AutCom{};
-  a.ML = chosen<"ML">();
-  a.GS = chosen<"GS">();
-  a.DROP = chosen<"DROP">();
-  a.PREPER = chosen<"PREPER">();
-  a.PAGAN = chosen<"PAGAN">();
-  a.PITER = chosen<"PITER">();
-  a.GAP = integer_value<"GAP">();
-  a.NMISS = integer_value<"NMISS">();
-  a.MISS = chosen<"MISS">() || a.GAP != 0;
-  a.ITER = integer_value<"ITER">();
-  a.NUMARMA = integer_value<"NUMARMA">();
-  a.ORDER = integer_given<"ORDER">() || a.NUMARMA == 0 ? integer_value<"ORDER">() : 0;
-  a.CONV = real_value<"CONV">();
-  a.RHO = real_value<"RHO">();
-  a.SRHO = real_value<"SRHO">();
-  if (a.GAP < 0 || (a.GAP == 0 && integer_given<"GAP">())) return bad_value("GAP");
-  if (a.NMISS < 0 || (a.GAP > 0 && a.NMISS == 0)) return bad_value("NMISS");
-  if (a.ITER < 1) return bad_value("ITER");
-  if (a.NUMARMA < 0 || a.NUMARMA > MOST_ORDER) return bad_value("NUMARMA");
-  if (a.ORDER < (a.NUMARMA > 0 ? 0 : 1) || a.ORDER > MOST_ORDER) return bad_value("ORDER");
-  if (!(a.CONV >= 0.0)) return bad_value("CONV");
-  if (!std::isfinite(a.RHO)) return bad_value("RHO");
-  if (!std::isfinite(a.SRHO)) return bad_value("SRHO");
+  a.ML = Opt::chosen<"ML">();
+  a.GS = Opt::chosen<"GS">();
+  a.DROP = Opt::chosen<"DROP">();
+  a.PREPER = Opt::chosen<"PREPER">();
+  a.PAGAN = Opt::chosen<"PAGAN">();
+  a.PITER = Opt::chosen<"PITER">();
+  a.GAP = Opt::integer<"GAP">();
+  a.NMISS = Opt::integer<"NMISS">();
+  a.MISS = Opt::chosen<"MISS">() || a.GAP != 0;
+  a.ITER = Opt::integer<"ITER">();
+  a.NUMARMA = Opt::integer<"NUMARMA">();
+  a.ORDER = Opt::given<"ORDER">() || a.NUMARMA == 0 ? Opt::integer<"ORDER">() : 0;
+  a.CONV = Opt::real<"CONV">();
+  a.RHO = Opt::real<"RHO">();
+  a.SRHO = Opt::real<"SRHO">();
+  if (a.GAP < 0 || (a.GAP == 0 && Opt::given<"GAP">())) return bad_option_value("GAP");
+  if (a.NMISS < 0 || (a.GAP > 0 && a.NMISS == 0)) return bad_option_value("NMISS");
+  if (a.ITER < 1) return bad_option_value("ITER");
+  if (a.NUMARMA < 0 || a.NUMARMA > MOST_ORDER) return bad_option_value("NUMARMA");
+  if (a.ORDER < (a.NUMARMA > 0 ? 0 : 1) || a.ORDER > MOST_ORDER) return bad_option_value("ORDER");
+  if (!(a.CONV >= 0.0)) return bad_option_value("CONV");
+  if (!std::isfinite(a.RHO)) return bad_option_value("RHO");
+  if (!std::isfinite(a.SRHO)) return bad_option_value("SRHO");
   return true;
 }
 
@@ -150,16 +86,10 @@ bool higher_order() { return AUTCOM.ORDER != 1 || AUTCOM.NUMARMA > 0 || AUTCOM.P
 bool check_options() {
   const OlsCom& o = OLSCOM;
   const AutCom& a = AUTCOM;
-  int place = 0;
-  for (const OptionWord& w : AUTOOPT.view()) {
-    if (w.kind != OptionKind::Variable) continue;
-    if (OPTCOM.VOPT[static_cast<std::size_t>(place++)].text == "********") {
-      return bad_value(w.word);
-    }
-  }
-  if (int{o.LOGLOG} + int{o.LOGLIN} + int{o.LINLOG} > 1) return incompatible();
-  if (higher_order() && (a.GS || a.MISS || (o.DLAG && o.RESTRICT))) return incompatible();
-  if (a.PREPER && a.NUMARMA == 0) return incompatible();
+  if (name_lacking(AUTOOPT.view())) return false;
+  if (int{o.LOGLOG} + int{o.LOGLIN} + int{o.LINLOG} > 1) return incompatible_options();
+  if (higher_order() && (a.GS || a.MISS || (o.DLAG && o.RESTRICT))) return incompatible_options();
+  if (a.PREPER && a.NUMARMA == 0) return incompatible_options();
   if (!higher_order() && a.RHO == 1.0 && (o.CONSTANT || !a.DROP)) {
     fail(" ...ERROR..NOCONSTANT AND DROP MUST BE USED WITH RHO=1 ");
     return false;
@@ -171,7 +101,7 @@ bool check_options() {
 int settle_list(Workspace ws) {
   const bool group = std::ranges::any_of(SCNCOM.list(), [](const ListItem& i) { return i.group; });
   if (group || (SCNCOM.NF < 2 && !OLSCOM.CONSTANT)) return bad_list(), -1;
-  const NameOption& id = named<"IDVAR">();
+  const NameOption& id = Opt::named<"IDVAR">();
   if (!id.text.empty() && id.var <= 0 && !OSCOM.OSCAN) {
     fail<"(' ...ERROR..VARIABLE ', A, ' IS NOT VALID')">(id.text);
     return -1;
@@ -186,12 +116,12 @@ int settle_list(Workspace ws) {
 
 // The working range and its rows. False after an error.
 bool settle_sample(Workspace ws, int largest) {
-  DATCOM.MBEG = integer_value<"BEG">();
-  DATCOM.MEND = integer_value<"END">();
+  DATCOM.MBEG = Opt::integer<"BEG">();
+  DATCOM.MEND = Opt::integer<"END">();
   if (DATCOM.MEND == -999) DATCOM.MEND = DATCOM.IEND;
-  if (integer_given<"OBS">()) {
-    const std::int64_t end = std::int64_t{DATCOM.MBEG} + integer_value<"OBS">() - 1;
-    if (integer_value<"OBS">() < 1 || !fits32(end)) return bad_value("OBS");
+  if (Opt::given<"OBS">()) {
+    const std::int64_t end = std::int64_t{DATCOM.MBEG} + Opt::integer<"OBS">() - 1;
+    if (Opt::integer<"OBS">() < 1 || !fits32(end)) return bad_option_value("OBS");
     DATCOM.MEND = static_cast<int>(end);
   }
   if (OSCOM.ODELL) DATCOM.MBEG += largest;
@@ -211,7 +141,7 @@ bool settle_sample(Workspace ws, int largest) {
     fail<"(' ...ERROR..', I6, ' OBSERVATIONS IS NOT ENOUGH FOR ESTIMATION')">(DATCOM.NOB);
     return false;
   }
-  if (a.GAP >= DATCOM.NOB) return bad_value("GAP");
+  if (a.GAP >= DATCOM.NOB) return bad_option_value("GAP");
   return true;
 }
 
@@ -244,10 +174,10 @@ void AUTC(Workspace ws) {
   const ContinueGuard on_failure;
   // 1. Options; the defaults of some are switches.
   OPTION_START(AUTOOPT.view());
-  OPTCOM.LOPT[AUTOOPT.place("MAX")] = OSCOM.OMXX;
-  OPTCOM.LOPT[AUTOOPT.place("DUMP")] = OSCOM.ODMMP;
-  OPTCOM.LOPT[AUTOOPT.place("ANOVA")] = OSCOM.OBAT;
-  OPTCOM.LOPT[AUTOOPT.place("GF")] = OSCOM.OBAT;
+  Opt::set<"MAX">(OSCOM.OMXX);
+  Opt::set<"DUMP">(OSCOM.ODMMP);
+  Opt::set<"ANOVA">(OSCOM.OBAT);
+  Opt::set<"GF">(OSCOM.OBAT);
   if (SCNCOM.NOPS > 0) OPTION_SCAN(ws, AUTOOPT.view());
   if (OCOM.ODONT) return;
   if (SCNCOM.NF <= 0) return say(" COMMAND STRUCTURE: AUTO depvar indeps / options");

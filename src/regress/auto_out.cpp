@@ -206,6 +206,7 @@ void print_dhrymes(const AutoResult& result, double b1) {
 void finish_auto(Workspace ws, AutoRoom& room, const ResultProfile& profile,
                  const AutoResult& result) {
   const std::int64_t lost = room.raw.rows - room.used.rows;
+  const int gap_obs = AUTCOM.GAP > 0 ? observation_of(ws, AUTCOM.GAP) : 0;
   if (OLSCOM.DUMP && OCOM.OPUT) dump_matrix(room.rows.x);
   shift_range(ws, lost);
   // Sums of squares and means are those of the variables as listed, the errors those behind the
@@ -235,6 +236,9 @@ void finish_auto(Workspace ws, AutoRoom& room, const ResultProfile& profile,
   SAVED.theta.assign(result.m.begin(), result.m.end());
   SAVED.before.assign(result.before.begin(), result.before.end());
   SAVED.first_rows = lost == 0;
+  SAVED.gaps = AUTCOM.MISS;
+  SAVED.gap_obs = gap_obs;
+  SAVED.gap_steps = AUTCOM.NMISS + 1.0;
 }
 
 }  // namespace korvel

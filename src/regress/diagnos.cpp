@@ -47,43 +47,49 @@ bool in_range(std::string_view word, bool typed, int value, int least, int most)
 // Numbers that must fit the sample of N rows and K coefficients.
 bool check_numbers(int N, int K) {
   constexpr int any = 9999999;
-  const int level = asked_number<"SIGLEVEL">();
+  const int level = FcastOption::integer<"SIGLEVEL">();
   if (level != 1 && level != 5 && level != 10) {
     fail<"(' ...ERROR..SIGLEVEL=', I0, ' IS NOT AVAILABLE, IT MUST BE 1, 5 OR 10')">(level);
     return false;
   }
-  return in_range("CHOWONE", given<"CHOWONE">(), asked_number<"CHOWONE">(), K + 1, N - K - 1) &&
-         in_range("GQOBS", given<"GQOBS">(), asked_number<"GQOBS">(), 0, any) &&
-         in_range("LAG", given<"LAG">(), asked_number<"LAG">(), 1, any) &&
-         in_range("MHET", given<"MHET">(), asked_number<"MHET">(), 1, any) &&
-         in_range("BOOTSAMP", given<"BOOTSAMP">(), asked_number<"BOOTSAMP">(), 1, any);
+  return in_range("CHOWONE", FcastOption::given<"CHOWONE">(), FcastOption::integer<"CHOWONE">(),
+                  K + 1, N - K - 1) &&
+         in_range("GQOBS", FcastOption::given<"GQOBS">(), FcastOption::integer<"GQOBS">(), 0,
+                  any) &&
+         in_range("LAG", FcastOption::given<"LAG">(), FcastOption::integer<"LAG">(), 1, any) &&
+         in_range("MHET", FcastOption::given<"MHET">(), FcastOption::integer<"MHET">(), 1, any) &&
+         in_range("BOOTSAMP", FcastOption::given<"BOOTSAMP">(), FcastOption::integer<"BOOTSAMP">(),
+                  1, any);
 }
 
 DiagnosPlan make_plan() {
   DiagnosPlan plan;
-  const bool MAX = asked<"MAX">();
-  plan.plots = asked<"GNU">() || asked<"GRAPHICS">();
-  plan.WHITETES = asked<"WHITETES">() || MAX;
-  plan.HANSEN = asked<"HANSEN">() || MAX;
-  plan.HETEROSC = asked<"HETEROSC">() || plan.WHITETES;
-  plan.normality = asked<"GF">() || asked<"LM">() || plan.HETEROSC;
-  plan.CTEST = asked<"CTEST">();
-  plan.bootstrap = asked<"BOOTLIST">() || given<"BOOTSAMP">() || given<"BOOTUNIT">();
-  plan.JACKKNIF = asked<"JACKKNIF">() || MAX;
-  plan.estimates = asked<"RECESTIM">();
-  plan.residuals = asked<"RECRESID">();
+  const bool MAX = FcastOption::chosen<"MAX">();
+  plan.plots = FcastOption::chosen<"GNU">() || FcastOption::chosen<"GRAPHICS">();
+  plan.WHITETES = FcastOption::chosen<"WHITETES">() || MAX;
+  plan.HANSEN = FcastOption::chosen<"HANSEN">() || MAX;
+  plan.HETEROSC = FcastOption::chosen<"HETEROSC">() || plan.WHITETES;
+  plan.normality = FcastOption::chosen<"GF">() || FcastOption::chosen<"LM">() || plan.HETEROSC;
+  plan.CTEST = FcastOption::chosen<"CTEST">();
+  plan.bootstrap = FcastOption::chosen<"BOOTLIST">() || FcastOption::given<"BOOTSAMP">() ||
+                   FcastOption::given<"BOOTUNIT">();
+  plan.JACKKNIF = FcastOption::chosen<"JACKKNIF">() || MAX;
+  plan.estimates = FcastOption::chosen<"RECESTIM">();
+  plan.residuals = FcastOption::chosen<"RECRESID">();
   const bool listing = plan.estimates || plan.residuals;
-  plan.recursive = listing || plan.plots || asked<"RECURSIV">() || asked<"BACKWARD">() || MAX ||
-                   given<"RECUNIT">() || given<"MHET">() || given<"SIGLEVEL">();
+  plan.recursive = listing || plan.plots || FcastOption::chosen<"RECURSIV">() ||
+                   FcastOption::chosen<"BACKWARD">() || MAX || FcastOption::given<"RECUNIT">() ||
+                   FcastOption::given<"MHET">() || FcastOption::given<"SIGLEVEL">();
   // RECURSIV alone lists both; one of the listings by name, or NORECEST and NORECRES, choose.
   if (plan.recursive && !listing) {
-    plan.estimates = !OPTCOM.lgiven[FCASTOPT.place("RECESTIM")];
-    plan.residuals = !OPTCOM.lgiven[FCASTOPT.place("RECRESID")];
+    plan.estimates = !FcastOption::given<"RECESTIM">();
+    plan.residuals = !FcastOption::given<"RECRESID">();
   }
-  plan.CHOWONE = given<"CHOWONE">();
-  plan.CHOWTEST = asked<"CHOWTEST">() || MAX || (given<"GQOBS">() && !plan.CHOWONE);
-  plan.ACF = asked<"ACF">() || given<"LAG">() || MAX;
-  plan.RESET = asked<"RESET">() || MAX;
+  plan.CHOWONE = FcastOption::given<"CHOWONE">();
+  plan.CHOWTEST =
+      FcastOption::chosen<"CHOWTEST">() || MAX || (FcastOption::given<"GQOBS">() && !plan.CHOWONE);
+  plan.ACF = FcastOption::chosen<"ACF">() || FcastOption::given<"LAG">() || MAX;
+  plan.RESET = FcastOption::chosen<"RESET">() || MAX;
   const bool nothing = !plan.HANSEN && !plan.normality && !plan.CTEST && !plan.bootstrap &&
                        !plan.JACKKNIF && !plan.recursive && !plan.CHOWONE && !plan.CHOWTEST &&
                        !plan.ACF && !plan.RESET;
@@ -313,6 +319,7 @@ void FDIAG(Workspace ws) {
   // 1. What is wanted of what model.
   const DiagnosPlan plan = make_plan();
   warn_unused_options();
+  if (SCNCOM.NF > 0) warn(" ...WARNING..DIAGNOSE TESTS THE LAST ESTIMATE, ITS LIST HAS NO EFFECT");
   if (!has_columns()) {
     return fail(" ...ERROR..THE LAST ESTIMATE IS NOT OF ONE LINEAR EQUATION, NO TEST CAN BE DONE");
   }

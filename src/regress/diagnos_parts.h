@@ -15,18 +15,7 @@
 
 namespace korvel {
 
-template <FixedText WORD>
-bool asked() {
-  return OPTCOM.LOPT[FCASTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-int asked_number() {
-  return OPTCOM.IOPT[FCASTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-bool given() {
-  return OPTCOM.igiven[FCASTOPT.place(WORD.view())];
-}
+using FcastOption = OptionValues<FCASTOPT>;
 
 // The model of the last estimate as the tests take it.
 struct DiagnosWork {

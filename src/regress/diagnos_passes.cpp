@@ -50,7 +50,7 @@ bool run_pass(Workspace ws, const DiagnosWork& d, const DiagnosPlan& plan, Resid
   const int K = d.m.K;
   const auto k = static_cast<std::size_t>(K);
   UnitRows file;
-  if (!file.open(asked_number<"RECUNIT">())) return false;
+  if (!file.open(FcastOption::integer<"RECUNIT">())) return false;
   Scratch scratch(ws, static_cast<std::int64_t>(RecursivePass::words(K) + 2 * k));
   if (!scratch) return false;
   const std::span<double> change = scratch.take(k);
@@ -58,7 +58,7 @@ bool run_pass(Workspace ws, const DiagnosWork& d, const DiagnosPlan& plan, Resid
   RecursivePass pass(d.m, res.backward, scratch.rest());
   const bool estimates = plan.estimates && OCOM.OPUT;
   if (estimates) say(" RECURSIVE COEFFICIENT ESTIMATES");
-  const bool dump = asked<"DUMP">() && OCOM.OPUT;
+  const bool dump = FcastOption::chosen<"DUMP">() && OCOM.OPUT;
   if (dump) say(" DUMP: OB, VT, FT, REC-RES, SSET");
   std::size_t j = 0;
   for (std::int64_t t = 0; t < d.m.N; ++t) {
@@ -147,7 +147,7 @@ void print_recursive_tests(const Residuals& res) {
   } else {
     not_fitted("THE HARVEY-COLLIER TEST");
   }
-  const int m = given<"MHET">() ? asked_number<"MHET">() : n / 3;
+  const int m = FcastOption::given<"MHET">() ? FcastOption::integer<"MHET">() : n / 3;
   double first = 0.0, last = 0.0;
   if (m >= 1 && 2 * m <= n) {
     for (const double w : res.w.first(static_cast<std::size_t>(m))) first += w * w;
@@ -171,7 +171,7 @@ void plot_residuals(Workspace ws, const Residuals& res) {
       !plot_word(ws, name_option(FCASTOPT.place("COMMFILE")), "COMMFILE", {}, words.COMMFILE)) {
     return;
   }
-  words.APPEND = asked<"APPEND">();
+  words.APPEND = FcastOption::chosen<"APPEND">();
   words.WIDE = OSCOM.OWIDE;
   words.fixed_data = "DATA.GNU";
   words.fixed_commands = "COMM.GNU";
@@ -269,9 +269,11 @@ SplitTest split_test(const SplitSums& sums, int N, int K, int N1, int out) {
 void print_sequence(const SplitSums& sums, int N, int K, int out) {
   say(" SEQUENTIAL CHOW AND GOLDFELD-QUANDT TESTS");
   say("   N1   N2    SSE1        SSE2       CHOW    PVALUE    G-Q       DF1  DF2 PVALUE");
+  bool any_gq = false;
   for (int N1 = K + 1; N1 <= N - K - 1; ++N1) {
     if (stop_requested()) return;
     const SplitTest test = split_test(sums, N, K, N1, out);
+    any_gq = any_gq || test.gq;
     Line row;
     row.put<"(2I5, 2G12.5, G11.4, F6.3, G12.4, 2I5, F7.3)">(
         N1, N - N1, sums.first(N1) * sums.unit, sums.last(N - N1) * sums.unit, test.CHOW,
@@ -285,6 +287,7 @@ void print_sequence(const SplitSums& sums, int N, int K, int out) {
   law.put<"(' CHOW TEST - F DISTRIBUTION WITH DF1=', I4, ' AND DF2=')">(K);
   put_df(law, N - 2 * K);
   OUTLINE();
+  if (!any_gq) not_fitted("THE GOLDFELD-QUANDT TEST");
 }
 
 // Two digits are the form of small samples; larger numbers take the room they need.
@@ -317,8 +320,8 @@ void recursive_tests(Workspace ws, const DiagnosWork& d, const DiagnosPlan& plan
   res.cusum = scratch.take(n);
   res.square = scratch.take(n);
   res.unit = d.m.unit;
-  res.level = asked_number<"SIGLEVEL">();
-  res.backward = asked<"BACKWARD">();
+  res.level = FcastOption::integer<"SIGLEVEL">();
+  res.backward = FcastOption::chosen<"BACKWARD">();
   if (res.backward && OCOM.OPUT) say(" BACKWARDS");
   if (!run_pass(ws, d, plan, res)) return;
   running_sums(res);
@@ -330,8 +333,8 @@ void recursive_tests(Workspace ws, const DiagnosWork& d, const DiagnosPlan& plan
 void print_chow(Workspace ws, const DiagnosWork& d, const DiagnosPlan& plan) {
   const int N = static_cast<int>(d.m.N), K = d.m.K;
   const auto rows = static_cast<std::size_t>(N);
-  const int one = asked_number<"CHOWONE">();
-  const int out = asked_number<"GQOBS">();
+  const int one = FcastOption::integer<"CHOWONE">();
+  const int out = FcastOption::integer<"GQOBS">();
   if (plan.CHOWTEST && N < 2 * K + 2) not_fitted("THE SEQUENTIAL CHOW TEST");
   const bool sequence = plan.CHOWTEST && N >= 2 * K + 2;
   if (!sequence && !plan.CHOWONE) return;

@@ -90,14 +90,15 @@ void UnitRows::finish() {
 
 void bootstrap(Workspace ws, const DiagnosWork& d) {
   // 1. As many samples at a time as stay in the cache; how many does not depend on the threads.
-  const int wanted = given<"BOOTSAMP">() ? asked_number<"BOOTSAMP">() : DEFAULT_SAMPLES;
+  const int wanted =
+      FcastOption::given<"BOOTSAMP">() ? FcastOption::integer<"BOOTSAMP">() : DEFAULT_SAMPLES;
   const auto N = static_cast<std::size_t>(d.m.N);
   const auto K = static_cast<std::size_t>(d.m.K);
   constexpr std::size_t cached = 1 << 17;
   const int batch = static_cast<int>(std::clamp<std::size_t>(cached / N, 4, 256));
   const auto most = static_cast<std::size_t>(std::min(batch, wanted));
   UnitRows file;
-  if (!file.open(asked_number<"BOOTUNIT">())) return;
+  if (!file.open(FcastOption::integer<"BOOTUNIT">())) return;
   Scratch scratch(ws, static_cast<std::int64_t>(most * (N + 2 * K + 1) + 3 * (K + 1)));
   if (!scratch) return;
   Deviations all(scratch, d.m, K + 1);
@@ -107,7 +108,8 @@ void bootstrap(Workspace ws, const DiagnosWork& d) {
   // The estimate's degrees of freedom, unless rows of weight zero counted in them.
   const bool counted = SAVED.DF > 0.0 && SAVED.N == static_cast<double>(N);
   const double DF = counted ? SAVED.DF : static_cast<double>(d.m.N - d.m.K);
-  const bool list = OCOM.OPUT && (asked<"BOOTLIST">() || asked<"LIST">());
+  const bool list =
+      OCOM.OPUT && (FcastOption::chosen<"BOOTLIST">() || FcastOption::chosen<"LIST">());
   // 2. The draws are made in the order of the samples, by one stream; then the fits, on threads.
   seed_random();
   if (list) say<"(' BOOTSTRAPPING COEFFICIENTS FOR', I7, ' SAMPLES')">(wanted);
@@ -168,7 +170,7 @@ void print_jackknife(Workspace ws, const DiagnosWork& d) {
       return not_fitted("THE JACKKNIFE");
     }
     for (std::size_t k = 0; k < K; ++k) change[k] += shift[k];
-    if (asked<"LIST">()) print_values(obs, d, change, -1.0);
+    if (FcastOption::chosen<"LIST">()) print_values(obs, d, change, -1.0);
     all.add(change);
   }
   say(" COEFFICIENT   AVERAGE     ST.ERR ");

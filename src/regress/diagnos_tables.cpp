@@ -239,7 +239,7 @@ void print_correlogram(const DiagnosWork& d) {
   const auto N = static_cast<double>(d.m.N);
   const int most = static_cast<int>(d.m.N) - 1;
   int lags = std::clamp(static_cast<int>(d.m.N / 3), 1, 24);
-  if (given<"LAG">()) lags = asked_number<"LAG">();
+  if (FcastOption::given<"LAG">()) lags = FcastOption::integer<"LAG">();
   if (lags > most) {
     warn<"(' ...WARNING..LAG=', I0, ' IS TOO LARGE, ', I0, ' LAGS ARE USED')">(lags, most);
     lags = most;

@@ -92,11 +92,11 @@ int largest_lag(std::span<const ListItem> list) {
 
 // BEG, END and ESTEND. False after an error.
 bool settle_range(const ForecastModel& model, ForecastRange& range) {
-  range.BEG = fc_integer<"BEG">();
-  range.END = fc_integer<"END">();
+  range.BEG = FcastOption::integer<"BEG">();
+  range.END = FcastOption::integer<"END">();
   if (range.END == -999) range.END = DATCOM.IEND;
   // Rows that lags reach beyond the first observation don't exist.
-  if (OSCOM.ODELL) range.BEG = std::max(range.BEG, 1 + largest_lag(model.list));
+  if (OSCOM.ODELL && range.BEG >= 1) range.BEG = std::max(range.BEG, 1 + largest_lag(model.list));
   if (range.BEG < 1) {
     fail<"(' ...ERROR..SAMPLE RANGE BEGINS AT OBSERVATION', I7)">(range.BEG);
     return false;
@@ -105,14 +105,14 @@ bool settle_range(const ForecastModel& model, ForecastRange& range) {
     fail(" ...ERROR..YOU DO NOT HAVE ENOUGH OBSERVATIONS");
     return false;
   }
-  range.dynamic = fc_chosen<"DYNAMIC">();
-  range.iterate = range.dynamic || fc_chosen<"IBLUP">();
+  range.dynamic = FcastOption::chosen<"DYNAMIC">();
+  range.iterate = range.dynamic || FcastOption::chosen<"IBLUP">();
   if (range.dynamic && model.kind == ForecastKind::Nlinear) {  // its lags stand in the formula
-    fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
-    return false;
+    return incompatible_options();
   }
   const int end_of_estimate = ADDCOM.KTEST != 0 ? SAVED.MEND : range.BEG - 1;
-  range.ESTEND = fc_integer_given<"ESTEND">() ? fc_integer<"ESTEND">() : end_of_estimate;
+  range.ESTEND =
+      FcastOption::given<"ESTEND">() ? FcastOption::integer<"ESTEND">() : end_of_estimate;
   return true;
 }
 
@@ -133,12 +133,12 @@ int first_observation(const ForecastModel& model, const ForecastRange& range) {
 // What stands above the listing.
 void print_notes(const ForecastModel& model, const ForecastRange& range, const ForecastPlan& plan) {
   const ForecastRows& rows = plan.rows;
-  if (range.iterate && !fc_integer_given<"ESTEND">()) {
+  if (range.iterate && !FcastOption::given<"ESTEND">()) {
     say<"(' ..ASSUMING ESTIMATION ENDED AT OBSERVATION', I7)">(range.ESTEND);
   }
   if (model.blup) say(" BLUP IS ACTIVE - PREDICTED VALUES ADJUSTED WITH LAGGED RESIDUALS");
   if (model.blup && plan.wants_se) {
-    const std::string_view equation = fc_chosen<"AFCSE">() ? "14" : "13";
+    const std::string_view equation = FcastOption::chosen<"AFCSE">() ? "14" : "13";
     say<"(' ..FORECAST STD. ERRORS USE JUDGE(1985, EQ. 8.3.', A, ')')">(equation);
   } else if (!model.plain && plan.wants_se) {
     warn(" ...WARNING..FORECAST STD. ERRORS ONLY VALID FOR OLS");
@@ -160,8 +160,8 @@ void residual_statistics(Workspace ws, const ForecastModel& model, const Forecas
     residual[n++] = rows.e(r);
   }
   if (n == 0) return;
-  OLSCOM.GF = fc_chosen<"GF">() || fc_chosen<"MAX">();
-  OLSCOM.LM = fc_chosen<"LM">() || fc_chosen<"MAX">();
+  OLSCOM.GF = FcastOption::chosen<"GF">() || FcastOption::chosen<"MAX">();
+  OLSCOM.LM = FcastOption::chosen<"LM">() || FcastOption::chosen<"MAX">();
   OLSCOM.CONSTANT =
       std::ranges::any_of(model.list, [](const ListItem& item) { return item.var == DATCOM.MCON; });
   FCOM.ZZ = FCOM.DF = s.n;
@@ -181,7 +181,7 @@ void residual_statistics(Workspace ws, const ForecastModel& model, const Forecas
 // UNIT=: one line at the end of its file.
 void write_unit(const ErrorStatistics& s) {
   FileOutput file;
-  if (!open_output_file(file, fc_integer<"UNIT">(), {}, WriteMode::append)) return;
+  if (!open_output_file(file, FcastOption::integer<"UNIT">(), {}, WriteMode::append)) return;
   char line[LINELEN];
   std::fill_n(line, sizeof line, ' ');
   const int used =
@@ -216,21 +216,20 @@ bool settle_sample(Workspace ws, const ForecastModel& model, const ForecastRange
   }
   // Cross-sections that share the rows have the same number of them.
   if (model.NCROSS > 0 && model.CSNUMBER == 0 && DATCOM.NOB % model.NCROSS != 0) {
-    fail(" ...ERROR..IN RIGHT HAND SIDE OF OPTION..NCROSS");
-    return false;
+    return bad_option_value("NCROSS");
   }
   return true;
 }
 
 // PREDICT=, RESID=, FCSE= and IDVAR=. False after an error.
 bool find_variables(Workspace ws, const ForecastModel& model, Results& results) {
-  if (!find_result(ws, fc_named<"PREDICT">(), model.choices > 2 ? model.choices : 1,
+  if (!find_result(ws, FcastOption::named<"PREDICT">(), model.choices > 2 ? model.choices : 1,
                    results.PREDICT) ||
-      !find_result(ws, fc_named<"RESID">(), 1, results.RESID) ||
-      !find_result(ws, fc_named<"FCSE">(), 1, results.FCSE)) {
+      !find_result(ws, FcastOption::named<"RESID">(), 1, results.RESID) ||
+      !find_result(ws, FcastOption::named<"FCSE">(), 1, results.FCSE)) {
     return false;
   }
-  const NameOption& id = fc_named<"IDVAR">();
+  const NameOption& id = FcastOption::named<"IDVAR">();
   if (id.text.empty()) return true;
   if (id.var <= 0) {
     fail<"(' ...ERROR..VARIABLE ', A, ' IS NOT VALID')">(id.text);
@@ -242,11 +241,11 @@ bool find_variables(Workspace ws, const ForecastModel& model, Results& results) 
 
 // Standard errors: whether they are wanted, and whether the model has them. False after an error.
 bool settle_errors_wanted(const ForecastModel& model, bool& wanted) {
-  wanted = !fc_named<"FCSE">().text.empty() || fc_chosen<"AFCSE">() || fc_chosen<"MEANPRED">();
+  wanted = !FcastOption::named<"FCSE">().text.empty() || FcastOption::chosen<"AFCSE">() ||
+           FcastOption::chosen<"MEANPRED">();
   const bool first_order = model.blup && model.rho.size() == 1 && model.theta.empty();
-  if (wanted && (model.choices > 2 || (fc_chosen<"AFCSE">() && !first_order))) {
-    fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
-    return false;
+  if (wanted && (model.choices > 2 || (FcastOption::chosen<"AFCSE">() && !first_order))) {
+    return incompatible_options();
   }
   if (wanted && model.cov_first < 0 && !(model.sigma2 > 0.0)) {
     fail(" ...ERROR..FORECAST STD. ERRORS NEED THE COVARIANCE MATRIX OF AN ESTIMATION");
@@ -258,22 +257,23 @@ bool settle_errors_wanted(const ForecastModel& model, bool& wanted) {
 // The statistics of the errors, or of the choices; UNIT=.
 void report(Workspace ws, const ForecastModel& model, const ForecastPlan& plan,
             const ErrorStatistics& s) {
-  const bool all = fc_chosen<"MAX">();
+  const bool all = FcastOption::chosen<"MAX">();
   if (model.choices > 2) {
-    if (OCOM.OPUT && (all || fc_chosen<"LIST">())) {
+    if (OCOM.OPUT && (all || FcastOption::chosen<"LIST">())) {
       print_choice_forecasts(model, plan.rows, plan.P);
     }
     if (OCOM.OPUT) print_right_choices(plan.rows);
     return;
   }
-  if (OCOM.OPUT && (all || fc_chosen<"LIST">())) {
+  if (OCOM.OPUT && (all || FcastOption::chosen<"LIST">())) {
     print_forecasts(ws, model, plan.rows, model.sigma2 > 0.0 ? std::sqrt(model.sigma2) : s.RMSE);
   }
-  if (all || fc_chosen<"RSTAT">() || fc_chosen<"GF">() || fc_chosen<"LM">()) {
+  if (all || FcastOption::chosen<"RSTAT">() || FcastOption::chosen<"GF">() ||
+      FcastOption::chosen<"LM">()) {
     residual_statistics(ws, model, plan.rows, s, plan.work);
   }
   if (OCOM.OPUT) print_error_statistics(s);
-  if (fc_integer_given<"UNIT">() && s.n > 0.0) write_unit(s);
+  if (FcastOption::given<"UNIT">() && s.n > 0.0) write_unit(s);
 }
 
 void forecast(Workspace ws) {
@@ -297,7 +297,7 @@ void forecast(Workspace ws) {
   // 3. The forecasts.
   if (!predict(model, plan)) return;
   // 4. Charts, listing, statistics.
-  if (fc_chosen<"GNU">() || fc_chosen<"GRAPHICS">()) {
+  if (FcastOption::chosen<"GNU">() || FcastOption::chosen<"GRAPHICS">()) {
     plot_forecast_rows(ws, model, rows, range.ESTEND);
     if (OCOM.ODONT) return;
   }
@@ -325,12 +325,12 @@ void FC(Workspace ws) {
   const CommandState state;
   // 1. Options; the defaults of some are switches.
   OPTION_START(FCASTOPT.view());
-  OPTCOM.LOPT[FCASTOPT.place("MAX")] = OSCOM.OMXX;
-  OPTCOM.LOPT[FCASTOPT.place("DUMP")] = OSCOM.ODMMP;
-  OPTCOM.LOPT[FCASTOPT.place("WIDE")] = OSCOM.OWIDE;
+  FcastOption::set<"MAX">(OSCOM.OMXX);
+  FcastOption::set<"DUMP">(OSCOM.ODMMP);
+  FcastOption::set<"WIDE">(OSCOM.OWIDE);
   if (SCNCOM.NOPS > 0) OPTION_SCAN(ws, FCASTOPT.view());
   if (OCOM.ODONT || !check_names() || OSCOM.OSCAN) return;
-  OSCOM.OWIDE = fc_chosen<"WIDE">();
+  OSCOM.OWIDE = FcastOption::chosen<"WIDE">();
   // 2. The tests work on the estimate alone.
   if (INPCOM.IKOD == K_DIAGNOSE) {
     if (ADDCOM.KTEST == 0) {

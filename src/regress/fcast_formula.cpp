@@ -15,10 +15,12 @@ namespace {
 // Step of central differences, in units of the coefficient: the third root of the rounding.
 constexpr double STEP = 6e-6;
 
-// The formula is read at SAVED.coef: one of them is moved, and moved back at the end of the scope.
+std::vector<double> COEF;  // those of the forecast; grows to the largest model of the run
+
+// One coefficient is moved, and moved back at the end of the scope.
 class MovedCoefficient {
  public:
-  explicit MovedCoefficient(std::size_t k) : b_(SAVED.coef[k]), kept_(SAVED.coef[k]) {}
+  explicit MovedCoefficient(std::size_t k) : b_(COEF[k]), kept_(COEF[k]) {}
   MovedCoefficient(const MovedCoefficient&) = delete;
   MovedCoefficient& operator=(const MovedCoefficient&) = delete;
   ~MovedCoefficient() { b_ = kept_; }
@@ -31,8 +33,8 @@ class MovedCoefficient {
 };
 
 // Values of the formula at the kept rows. all: one word an observation of MBEG..MEND.
-bool formula_values(Workspace ws, bool correct, std::span<double> all, std::span<double> to) {
-  if (!nonlinear_forecast(ws, DATCOM.MBEG, DATCOM.MEND, correct, all)) return false;
+bool formula_values(Workspace ws, std::span<double> all, std::span<double> to) {
+  if (!nonlinear_forecast(ws, DATCOM.MBEG, DATCOM.MEND, COEF, all)) return false;
   KeptRows kept(ws);
   while (kept.next()) {
     to[static_cast<std::size_t>(kept.row)] = all[static_cast<std::size_t>(kept.obs - DATCOM.MBEG)];
@@ -42,13 +44,10 @@ bool formula_values(Workspace ws, bool correct, std::span<double> all, std::span
 
 }  // namespace
 
-int formula_coefficients() { return SAVED.K() - static_cast<int>(SAVED.rho.size()); }
-
-bool formula_rows(Workspace ws, std::span<double> all, std::span<double> value,
-                  std::span<double> slopes) {
-  // With the errors of its own equation the formula is taken alone; other errors are refused.
-  const bool correct = SAVED.rho.empty();
-  if (!formula_values(ws, correct, all, value)) return false;
+bool formula_rows(Workspace ws, std::span<const double> coef, std::span<double> all,
+                  std::span<double> value, std::span<double> slopes) {
+  COEF.assign(coef.begin(), coef.end());
+  if (!formula_values(ws, all, value)) return false;
   const std::size_t n = value.size();
   for (std::size_t k = 0; k < slopes.size() / n; ++k) {
     if (stop_requested()) return false;
@@ -56,10 +55,10 @@ bool formula_rows(Workspace ws, std::span<double> all, std::span<double> value,
     MovedCoefficient b(k);
     const double h = STEP * b.size();
     b.by(-h);
-    if (!formula_values(ws, correct, all, slope)) return false;
+    if (!formula_values(ws, all, slope)) return false;
     for (double& v : slope) v = -v;
     b.by(h);
-    if (!nonlinear_forecast(ws, DATCOM.MBEG, DATCOM.MEND, correct, all)) return false;
+    if (!nonlinear_forecast(ws, DATCOM.MBEG, DATCOM.MEND, COEF, all)) return false;
     KeptRows kept(ws);
     while (kept.next()) {
       double& v = slope[static_cast<std::size_t>(kept.row)];

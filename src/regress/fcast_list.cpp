@@ -68,7 +68,7 @@ void print_heading(const ForecastModel& model, bool se, bool percent) {
 
 void print_forecasts(Workspace ws, const ForecastModel& model, const ForecastRows& rows,
                      double sigma) {
-  const bool se = !rows.se.empty(), percent = fc_chosen<"PERCENT">();
+  const bool se = !rows.se.empty(), percent = FcastOption::chosen<"PERCENT">();
   const bool wide = OSCOM.OWIDE;
   const bool probabilities = has_probabilities(model);
   const int width = se || percent ? (se && percent ? 50 : 60) : (wide ? 60 : 30);

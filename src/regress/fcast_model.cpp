@@ -55,7 +55,7 @@ ForecastKind kind_of(int IKOD) {
 
 // The kind that MODEL= names, else that of the last estimate. False after an error.
 bool settle_kind(ForecastModel& model) {
-  const std::string_view word = fc_named<"MODEL">().text;
+  const std::string_view word = FcastOption::named<"MODEL">().text;
   model.plain = SAVED.IKOD == K_OLSQ;
   if (word.empty()) {
     model.kind = kind_of(SAVED.IKOD);
@@ -71,8 +71,7 @@ bool settle_kind(ForecastModel& model) {
     model.plain = m.word == "OLS" || (m.kind == kind_of(SAVED.IKOD) && model.plain);
     return true;
   }
-  fail(" ...ERROR..IN RIGHT HAND SIDE OF OPTION..MODEL");
-  return false;
+  return bad_option_value("MODEL");
 }
 
 // Storage of the model. Grows to the largest one of the run and stays.
@@ -101,7 +100,7 @@ bool take_list(Workspace ws, ForecastModel& model) {
       LIST.push_back(item);
     }
   }
-  if (fc_chosen<"CONSTANT">()) LIST.push_back(constant());
+  if (FcastOption::chosen<"CONSTANT">()) LIST.push_back(constant());
   return true;
 }
 
@@ -111,9 +110,10 @@ bool same_item(const ListItem& a, const ListItem& b) { return a.var == b.var && 
 struct Part {
   int first = 0, K = 0;
   double sigma2 = 0.0;
+  double rho = 0.0;
 };
 Part whole_estimate() {
-  Part part{0, SAVED.K(), SAVED.sigma2};
+  Part part{0, SAVED.K(), SAVED.sigma2, SAVED.rho.empty() ? 0.0 : SAVED.rho[0]};
   if (SAVED.choices > 2) part.K /= SAVED.choices - 1;
   if (SAVED.IKOD == K_TOBIT) --part.K;
   if (SAVED.index_coefs > 0) part.K = SAVED.index_coefs;
@@ -131,7 +131,7 @@ bool find_equation(Workspace ws, int var, Part& part, ListItem& dependent) {
     fail<"(' ...ERROR..', A, ' IS NOT THE DEPENDENT VARIABLE OF AN EQUATION')">(NAME(ws, var));
     return false;
   }
-  part = {found->first, found->K, found->sigma2 > 0.0 ? found->sigma2 : SAVED.sigma2};
+  part = {found->first, found->K, found->sigma2 > 0.0 ? found->sigma2 : SAVED.sigma2, found->rho};
   dependent = found->dependent;
   return true;
 }
@@ -154,7 +154,10 @@ bool settle_list(Workspace ws, ForecastModel& model, bool with_coef) {
     model.stored = true;
     model.cov_first = part.first;
     model.sigma2 = part.sigma2;
+    model.estimated_rho = model.kind == ForecastKind::Linear && !SAVED.rho.empty();
+    if (model.estimated_rho) RHO.assign(1, part.rho);
   };
+  RHO.clear();
   if (SCNCOM.NF == 0 || named_only || model.kind == ForecastKind::Nlinear) {
     if (SCNCOM.NF >= 1) dependent = SCNCOM.list()[0];
     LIST.clear();
@@ -194,13 +197,12 @@ bool too_short(std::size_t there) {
 
 // The coefficients: of COEF=, or of the estimate. False after an error.
 bool settle_coefficients(Workspace ws, ForecastModel& model) {
-  const NameOption& option = fc_named<"COEFFICI">();
+  const NameOption& option = FcastOption::named<"COEFFICI">();
   auto wanted = static_cast<std::size_t>(model.K());
   if (model.kind == ForecastKind::Tobit) ++wanted;
   if (model.kind == ForecastKind::Mle) wanted = SAVED.coef.size();
-  if (model.kind == ForecastKind::Mle) wanted = SAVED.coef.size();
   if (model.choices > 2) wanted *= static_cast<std::size_t>(model.choices - 1);
-  if (model.kind == ForecastKind::Pool && fc_chosen<"FIXED">() && model.effects.empty()) {
+  if (model.kind == ForecastKind::Pool && FcastOption::chosen<"FIXED">() && model.effects.empty()) {
     wanted += static_cast<std::size_t>(model.NCROSS);
   }
   std::span<const double> from = std::span<const double>(SAVED.coef);
@@ -231,36 +233,35 @@ bool settle_coefficients(Workspace ws, ForecastModel& model) {
 bool settle_errors(ForecastModel& model) {
   const bool linear = model.kind == ForecastKind::Linear || model.kind == ForecastKind::Auto ||
                       model.kind == ForecastKind::Pool || model.kind == ForecastKind::Nlinear;
-  const bool asked = fc_chosen<"BLUP">() || fc_chosen<"IBLUP">();
-  const bool is_auto = model.kind == ForecastKind::Auto;
-  const bool refused = OPTCOM.lgiven[FCASTOPT.place("BLUP")] && !fc_chosen<"BLUP">();
+  const bool asked = FcastOption::chosen<"BLUP">() || FcastOption::chosen<"IBLUP">();
+  const bool is_auto = model.kind == ForecastKind::Auto || model.estimated_rho;
+  const bool refused = FcastOption::given<"BLUP">() && !FcastOption::chosen<"BLUP">();
   if (asked && !linear) {
-    fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
-    return false;
+    return incompatible_options();
   }
   model.blup = asked || (is_auto && !refused);
-  RHO.clear();
   THETA.clear();
   const bool formula = model.kind == ForecastKind::Nlinear;
   if (formula) model.blup = !SAVED.rho.empty() && !refused;
-  const bool own = (is_auto && ADDCOM.KTEST != 0 && SAVED.IKOD == K_AUTO) || formula;
-  if (own) {
+  const bool own =
+      model.estimated_rho || (is_auto && ADDCOM.KTEST != 0 && SAVED.IKOD == K_AUTO) || formula;
+  if (own && !model.estimated_rho) {
     RHO = SAVED.rho;
     THETA = SAVED.theta;
-  } else if (is_auto) {
+  } else if (is_auto && !own) {
     RHO = {FCOM.RHO};
     if (FCOM.RHO2 != 0.0) RHO.push_back(FCOM.RHO2);
   }
-  if (fc_real_given<"RHO">()) {
+  if (FcastOption::given<"RHO">()) {
     if (RHO.empty()) RHO.push_back(0.0);
-    RHO[0] = fc_real<"RHO">();
+    RHO[0] = FcastOption::real<"RHO">();
   }
-  if (fc_real_given<"SRHO">()) {
+  if (FcastOption::given<"SRHO">()) {
     if (RHO.size() < 2) RHO.resize(2);
-    RHO[1] = fc_real<"SRHO">();
+    RHO[1] = FcastOption::real<"SRHO">();
   }
-  if (fc_integer_given<"ORDER">()) {
-    const int order = fc_integer<"ORDER">();
+  if (FcastOption::given<"ORDER">()) {
+    const int order = FcastOption::integer<"ORDER">();
     if (order < 1 || order > std::ssize(RHO)) {
       fail(" ...ERROR..THE ORDER= OPTION IS NOT AVAILABLE");
       return false;
@@ -276,29 +277,28 @@ bool settle_errors(ForecastModel& model) {
   }
   model.rho = RHO;
   model.theta = THETA;
-  const bool same_rho =
-      !fc_real_given<"RHO">() && !fc_real_given<"SRHO">() && !fc_integer_given<"ORDER">();
+  const bool same_rho = !FcastOption::given<"RHO">() && !FcastOption::given<"SRHO">() &&
+                        !FcastOption::given<"ORDER">();
   model.own_errors = own && is_auto && model.stored && model.blup && same_rho;
   return true;
 }
 
 // A number of cross-sections, which of them, and their effects. False after an error.
 bool settle_pool(Workspace ws, ForecastModel& model) {
-  if (!fc_integer_given<"NCROSS">()) {
+  if (!FcastOption::given<"NCROSS">()) {
     fail(" ...ERROR..NCROSS= OPTION REQUIRED FOR POOL");
     return false;
   }
-  model.NCROSS = fc_integer<"NCROSS">();
-  model.CSNUMBER = fc_integer<"CSNUMBER">();
-  const auto wrong = [](std::string_view option) {
-    fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(option);
-    return false;
-  };
+  model.NCROSS = FcastOption::integer<"NCROSS">();
+  model.CSNUMBER = FcastOption::integer<"CSNUMBER">();
+  const auto wrong = [](std::string_view option) { return bad_option_value(option); };
   if (model.NCROSS < 1) return wrong("NCROSS");
   if (model.CSNUMBER < 0 || model.CSNUMBER > model.NCROSS) return wrong("CSNUMBER");
-  if (fc_real_given<"POOLSE">() && !(fc_real<"POOLSE">() > 0.0)) return wrong("POOLSE");
-  if (fc_real_given<"POOLSE">()) model.sigma2 = fc_real<"POOLSE">() * fc_real<"POOLSE">();
-  const NameOption& effects = fc_named<"CSFIX">();
+  if (FcastOption::given<"POOLSE">() && !(FcastOption::real<"POOLSE">() > 0.0))
+    return wrong("POOLSE");
+  if (FcastOption::given<"POOLSE">())
+    model.sigma2 = FcastOption::real<"POOLSE">() * FcastOption::real<"POOLSE">();
+  const NameOption& effects = FcastOption::named<"CSFIX">();
   if (effects.text.empty()) return true;
   if (effects.var <= 0) {
     fail<"(' ...ERROR..VARIABLE ', A, ' IS NOT VALID')">(effects.text);
@@ -325,9 +325,9 @@ void print_values(std::string_view heading, std::span<const double> values) {
 }
 
 void print_pool(const ForecastModel& model) {
-  if (fc_real_given<"POOLSE">()) {
+  if (FcastOption::given<"POOLSE">()) {
     Line first, second;
-    first.put<"(' POOL STANDARD ERROR=', G13.5)">(fc_real<"POOLSE">());
+    first.put<"(' POOL STANDARD ERROR=', G13.5)">(FcastOption::real<"POOLSE">());
     second.put<"('  POOL VARIANCE=', G13.5)">(model.sigma2);
     OUTLINE();
   }
@@ -346,9 +346,9 @@ void print_pool(const ForecastModel& model) {
 bool settle_model(Workspace ws, ForecastModel& model) {
   // 1. What there is to forecast from.
   const bool there = ADDCOM.KTEST != 0;
-  const bool with_coef = !fc_named<"COEFFICI">().text.empty();
+  const bool with_coef = !FcastOption::named<"COEFFICI">().text.empty();
   if (!settle_kind(model)) return false;
-  if (fc_integer_given<"ORDER">() && model.kind != ForecastKind::Auto) {
+  if (FcastOption::given<"ORDER">() && model.kind != ForecastKind::Auto) {
     fail(" ...ERROR..THE ORDER= OPTION IS NOT AVAILABLE");
     return false;
   }
@@ -378,13 +378,14 @@ bool settle_model(Workspace ws, ForecastModel& model) {
     if (model.choices > 2) model.kind = ForecastKind::Choices;
   }
   if (model.kind == ForecastKind::Tobit) {
-    model.limit = fc_real_given<"LIMIT">() || !own ? fc_real<"LIMIT">() : SAVED.limit;
+    model.limit =
+        FcastOption::given<"LIMIT">() || !own ? FcastOption::real<"LIMIT">() : SAVED.limit;
     const bool upper =
-        OPTCOM.lgiven[FCASTOPT.place("UPPER")] || !own ? fc_chosen<"UPPER">() : SAVED.upper;
+        FcastOption::given<"UPPER">() || !own ? FcastOption::chosen<"UPPER">() : SAVED.upper;
     model.side = upper ? -1.0 : 1.0;
   }
-  if (model.kind == ForecastKind::Box) model.lambda = fc_real<"LAMBDA">();
-  if (model.kind == ForecastKind::Box && !fc_real_given<"LAMBDA">()) {
+  if (model.kind == ForecastKind::Box) model.lambda = FcastOption::real<"LAMBDA">();
+  if (model.kind == ForecastKind::Box && !FcastOption::given<"LAMBDA">()) {
     fail(" ...ERROR..MODEL=BOX NEEDS LAMBDA=");
     return false;
   }
@@ -395,7 +396,7 @@ bool settle_model(Workspace ws, ForecastModel& model) {
     model.coef = SAVED.coef;
   else if (!settle_coefficients(ws, model))
     return false;
-  if (model.kind == ForecastKind::Pool && fc_chosen<"FIXED">() && model.effects.empty()) {
+  if (model.kind == ForecastKind::Pool && FcastOption::chosen<"FIXED">() && model.effects.empty()) {
     model.effects = model.coef.subspan(static_cast<std::size_t>(model.K()));
   }
   return settle_errors(model);
@@ -408,9 +409,11 @@ void print_model(const ForecastModel& model, std::size_t rows) {
   if (model.kind == ForecastKind::Box) print_values(" BOX-COX LAMBDAS", {&model.lambda, 1});
   if (model.kind == ForecastKind::Pool) print_pool(model);
   if (!model.blup) return;
-  const bool user = fc_real_given<"RHO">() || fc_real_given<"SRHO">();
-  if (fc_real_given<"RHO">()) say<"(' USER SPECIFIED RHO=', G13.5)">(fc_real<"RHO">());
-  if (fc_real_given<"SRHO">()) say<"(' USER SPECIFIED SRHO=', G13.5)">(fc_real<"SRHO">());
+  const bool user = FcastOption::given<"RHO">() || FcastOption::given<"SRHO">();
+  if (FcastOption::given<"RHO">())
+    say<"(' USER SPECIFIED RHO=', G13.5)">(FcastOption::real<"RHO">());
+  if (FcastOption::given<"SRHO">())
+    say<"(' USER SPECIFIED SRHO=', G13.5)">(FcastOption::real<"SRHO">());
   if (!user) print_values(" AUTOCORRELATION RHO", model.rho);
   print_values(" MOVING-AVERAGE COEFFICIENTS", model.theta);
 }

@@ -14,30 +14,7 @@
 namespace korvel {
 
 // Options by their words.
-template <FixedText WORD>
-bool fc_chosen() {
-  return OPTCOM.LOPT[FCASTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-int fc_integer() {
-  return OPTCOM.IOPT[FCASTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-bool fc_integer_given() {
-  return OPTCOM.igiven[FCASTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-double fc_real() {
-  return OPTCOM.XOPT[FCASTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-bool fc_real_given() {
-  return OPTCOM.xgiven[FCASTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-const NameOption& fc_named() {
-  return OPTCOM.VOPT[FCASTOPT.place(WORD.view())];
-}
+using FcastOption = OptionValues<FCASTOPT>;
 
 // How a model predicts.
 enum class ForecastKind : std::uint8_t {
@@ -66,6 +43,7 @@ struct ForecastModel {
   std::span<const double> rho, theta;  // of the errors, by lag
   bool blup = false;                   // errors before enter the forecasts
   bool own_errors = false;             // ... as the estimate has them, rho and theta being its own
+  bool estimated_rho = false;          // an equation of instruments or a system with AUTO
   int cov_first = -1;                  // place (from 0) of coef[0] in SAVED.cov, -1: no covariance
   double sigma2 = 0.0;                 // error variance, 0 not known
   double lambda = 0.0;                 // Box
@@ -149,12 +127,11 @@ void predict_family(const ForecastModel& model, ForecastRows& rows, std::span<co
 
 // ---- fcast_formula.cpp
 
-// Coefficients of the formula of NLINEAR, without those of its errors.
-int formula_coefficients();
-// Its values at the kept rows of MBEG..MEND and, unless slopes is empty, their derivatives by the
-// first coefficients, a column each. all: one word an observation. False after an error.
-bool formula_rows(Workspace ws, std::span<double> all, std::span<double> value,
-                  std::span<double> slopes);
+// Values of the formula of NLINEAR at the coefficients and the kept rows of MBEG..MEND and, unless
+// slopes is empty, their derivatives by the first coefficients, a column each. all: one word an
+// observation. False after an error.
+bool formula_rows(Workspace ws, std::span<const double> coef, std::span<double> all,
+                  std::span<double> value, std::span<double> slopes);
 
 // ---- fcast_stats.cpp, fcast_list.cpp, fcast_plot.cpp
 

@@ -18,12 +18,12 @@ void plot_forecast_rows(Workspace ws, const ForecastModel& model, const Forecast
                         int ESTEND) {
   // 1. Where they go.
   PlotWords words;
-  if (!plot_word(ws, fc_named<"DEVICE">(), "DEVICE", {}, words.DEVICE) ||
-      !plot_word(ws, fc_named<"OUTPUT">(), "OUTPUT", "PLOT", words.OUTPUT) ||
-      !plot_word(ws, fc_named<"COMMFILE">(), "COMMFILE", "COMM.GNU", words.COMMFILE)) {
+  if (!plot_word(ws, FcastOption::named<"DEVICE">(), "DEVICE", {}, words.DEVICE) ||
+      !plot_word(ws, FcastOption::named<"OUTPUT">(), "OUTPUT", "PLOT", words.OUTPUT) ||
+      !plot_word(ws, FcastOption::named<"COMMFILE">(), "COMMFILE", "COMM.GNU", words.COMMFILE)) {
     return;
   }
-  words.APPEND = fc_chosen<"APPEND">();
+  words.APPEND = FcastOption::chosen<"APPEND">();
   words.WIDE = OSCOM.OWIDE;
   words.fixed_data = "DATA.GNU";
   words.fixed_commands = "COMM.GNU";

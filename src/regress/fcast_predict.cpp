@@ -78,6 +78,12 @@ YhatModel kernel_model(const ForecastModel& model, const ForecastRange& range) {
   if (model.blup) {
     m.rho = model.rho;
     m.theta = model.theta;
+    // Gaps of the estimate, which is of first order then.
+    m.gaps = model.kind == ForecastKind::Auto && model.stored && SAVED.gaps &&
+             model.rho.size() == 1 && model.theta.empty();
+    m.gap_obs = SAVED.gap_obs;
+    m.gap_steps = SAVED.gap_steps;
+    if (model.own_errors) m.fitted_end = SAVED.MEND;
   }
   m.iterate = range.iterate;
   m.dynamic = range.dynamic;
@@ -94,7 +100,7 @@ std::int64_t plan_forecast(Workspace ws, const ForecastModel& model, const Forec
   const bool formula = model.kind == ForecastKind::Nlinear;
   ForecastRows& rows = plan.rows;
   rows.n = static_cast<std::size_t>(DATCOM.NOB);
-  plan.columns = formula ? (plan.wants_se ? formula_coefficients() : 0) : model.K();
+  plan.columns = formula ? (plan.wants_se ? nonlinear_coefficients() : 0) : model.K();
   plan.coefficients = formula ? plan.columns : static_cast<int>(model.coef.size());
   const auto K = static_cast<std::size_t>(plan.columns);
   COLUMN.assign(K, nullptr);
@@ -143,7 +149,7 @@ bool load_forecast(Workspace ws, Scratch& scratch, const ForecastModel& model,
   if (model.kind == ForecastKind::Nlinear) {
     const auto K = static_cast<std::size_t>(plan.columns);
     const std::span<double> value = made.first(rows.n), slopes = made.subspan(rows.n, rows.n * K);
-    if (!formula_rows(ws, made.subspan(rows.n * (1 + K)), value, slopes)) return false;
+    if (!formula_rows(ws, model.coef, made.subspan(rows.n * (1 + K)), value, slopes)) return false;
     for (std::size_t k = 0; k < K; ++k) COLUMN[k] = slopes.data() + k * rows.n;
     plan.kernel.shift = value;
   }
@@ -164,8 +170,8 @@ bool predict(const ForecastModel& model, ForecastPlan& plan) {
   YhatModel& m = plan.kernel;
   YhatVariance variance{.C = plan.C};
   const bool disturbed = m.link.kind == LinkKind::identity || m.link.kind == LinkKind::box;
-  if (disturbed && !fc_chosen<"MEANPRED">()) variance.sigma2 = model.sigma2;
-  if (fc_chosen<"AFCSE">()) variance.rho_rows = SAVED.N;
+  if (disturbed && !FcastOption::chosen<"MEANPRED">()) variance.sigma2 = model.sigma2;
+  if (FcastOption::chosen<"AFCSE">()) variance.rho_rows = SAVED.N;
   if (model.kind == ForecastKind::Pool && model.CSNUMBER == 0) {
     m.section = DATCOM.NOB / model.NCROSS;
   }

@@ -56,7 +56,7 @@ ErrorStatistics error_statistics(const ForecastRows& rows, int section) {
   s.MAE = absolute / s.n;
   s.RMSE = std::sqrt(s.MSE);
   s.MSPE = percent / s.n;
-  s.U = later > 0.0 ? std::sqrt(later / changes) : 0.0;
+  s.U = later > 0.0 ? std::sqrt(later / changes) : 0.0;  // infinite when y stays the same
   const Spread y = spread(rows, s.n, [&](std::size_t r) { return rows.y[r]; });
   const Spread f = spread(rows, s.n, [&](std::size_t r) { return rows.yhat[r]; });
   const double M = s.MSE;
@@ -78,16 +78,16 @@ ErrorStatistics error_statistics(const ForecastRows& rows, int section) {
 void print_error_statistics(const ErrorStatistics& s) {
   if (s.n == 0.0) return say(" ...NOTE..NO VALUE OF THE DEPENDENT VARIABLE IS KNOWN");
   {
-    Line a, b, c, d, e, f, g;
+    Line a, b, c, d, e, f;
     a.put<"(' MEAN ERROR =', G13.5)">(s.ME);
     b.put<"(' SUM-SQUARED ERRORS =', G13.5)">(s.SSE);
     c.put<"(' MEAN SQUARE ERROR =', G13.5)">(s.MSE);
     d.put<"(' MEAN ABSOLUTE ERROR=', G13.5)">(s.MAE);
     e.put<"(' ROOT MEAN SQUARE ERROR =', G13.5)">(s.RMSE);
     f.put<"(' MEAN SQUARED PERCENTAGE ERROR=', G13.5)">(s.MSPE);
-    g.put<"(' THEIL INEQUALITY COEFFICIENT U =', F6.3)">(s.U);
     OUTLINE();
   }
+  if (std::isfinite(s.U)) say<"(' THEIL INEQUALITY COEFFICIENT U =', F6.3)">(s.U);
   Line a, b, c, d, e, f, g, h;
   a.text("   DECOMPOSITION");
   b.put<"('      PROPORTION DUE TO BIAS =', G13.5)">(s.bias);

@@ -9,6 +9,7 @@
 #include "engine/output.h"
 #include "regress/hhest.h"
 #include "regress/ols_parts.h"
+#include "regress/result_options.h"
 
 namespace korvel {
 namespace {
@@ -35,22 +36,7 @@ static_assert(OLSOPT.words.size() == 39 + 7 + 9 + 19);
 // Sums over all past values are short at the beginning of the sample: its first rows are dropped.
 constexpr int PILAGS_DROPPED = 8;
 
-template <FixedText WORD>
-bool chosen() {
-  return OPTCOM.LOPT[OLSOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-const NameOption& named() {
-  return OPTCOM.VOPT[OLSOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-double real_value() {
-  return OPTCOM.XOPT[OLSOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-int integer_value() {
-  return OPTCOM.IOPT[OLSOPT.place(WORD.view())];
-}
+using Opt = OptionValues<OLSOPT>;
 
 // Gives switches back at the end of the command: WIDE= counts for the command alone, and under SET
 // CONTINUE a failed estimation stops neither the loop it stands in nor the run.
@@ -70,108 +56,57 @@ class CommandState {
   bool keep_wide_ = false;
 };
 
-// Texts of options, kept apart from the command: reading restrictions overwrites that.
-struct OptionTexts {
-  std::array<std::array<char, 260>, 10> text{};
-  int used = 0;
-};
-constinit OptionTexts OPTIONTEXTS{};
-
-NameOption keep(const NameOption& option) {
-  NameOption kept = option;
-  auto& room = OPTIONTEXTS.text[static_cast<std::size_t>(OPTIONTEXTS.used++)];
-  const std::size_t n = std::min(option.typed.size(), room.size());
-  std::copy_n(option.typed.begin(), n, room.begin());
-  kept.typed = {room.data(), n};
-  kept.text = option.text.empty() ? std::string_view{} : kept.typed;
-  return kept;
-}
-
-bool incompatible() {
-  fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
-  return false;
-}
+// Names of results, kept apart from the command: reading restrictions overwrites that.
+constinit KeptNames NAMES{};
 
 // Copies the options to OLSCOM and settles what one implies for another. False after an error.
 bool settle_options() {
+  read_result_options<OLSOPT>(NAMES);
   OlsCom& o = OLSCOM;
-  o = OlsCom{};
-  OPTIONTEXTS.used = 0;
-  o.MAX = chosen<"MAX">();
-  o.CONSTANT = chosen<"CONSTANT">();
-  o.DUMP = chosen<"DUMP">();
-  o.LM = chosen<"LM">() || o.MAX;
-  o.GF = chosen<"GF">() || o.MAX;
-  o.DLAG = chosen<"DLAG">();
-  o.LIST = chosen<"LIST">() || o.MAX;
-  o.GNUPLOT = chosen<"GNUPLOT">() || chosen<"GRAPHICS">();
-  o.APPEND = chosen<"APPEND">();
-  o.RSTAT = chosen<"RSTAT">() || o.LIST || o.LM || o.GF || o.DLAG || o.GNUPLOT;
-  o.PCOV = chosen<"PCOV">() || o.MAX;
-  o.PCOR = chosen<"PCOR">() || o.MAX;
-  o.ANOVA = chosen<"ANOVA">() || o.MAX;
-  o.DN = chosen<"DN">();
-  o.LOGLOG = chosen<"LOGLOG">();
-  o.LOGLIN = chosen<"LOGLIN">();
-  o.LINLOG = chosen<"LINLOG">();
-  o.LININVER = chosen<"LININVER">();
-  o.LOGINVER = chosen<"LOGINVER">();
-  o.AUTCOV = integer_value<"AUTCOV">();
-  o.HETCOV = chosen<"HETCOV">() || o.AUTCOV != 0;
-  o.MULSIGSQ = chosen<"MULSIGSQ">();
-  o.REPLICAT = chosen<"REPLICAT">();
-  o.NORMALIZ = chosen<"NORMALIZ">() && !o.REPLICAT;  // a mean of one would undo the replication
-  o.UT = chosen<"UT">() || o.REPLICAT;
-  o.INFLUENC = chosen<"INFLUENC">();
-  o.DFBETAS = chosen<"DFBETAS">();
-  o.AUXRSQR = chosen<"AUXRSQR">() && !o.HETCOV;
-  o.RESTRICT = chosen<"RESTRICT">();
-  o.RECURSIV = chosen<"RECURSIV">();
-  o.POLAR = chosen<"POLAR">();
-  o.ORDER = integer_value<"ORDER">();
-  o.PLUSH = chosen<"PLUSH">();
-  o.MISS = chosen<"MISS">();
-  o.GAP = integer_value<"GAP">();
-  o.NMISS = integer_value<"NMISS">();
-  o.NPOP = integer_value<"NPOP">();
-  o.INSIG2 = real_value<"INSIG2">();
-  o.INDW = real_value<"INDW">();
-  o.ALPHA = real_value<"ALPHA">();
-  o.RHO = real_value<"RHO">();
-  o.by_FE = OPTCOM.xgiven[OLSOPT.place("FE")];
-  o.by_FX = OPTCOM.xgiven[OLSOPT.place("FX")];
-  o.FE = real_value<"FE">();
-  o.FX = real_value<"FX">();
-  if (OPTCOM.xgiven[OLSOPT.place("PE")]) o.PE = real_value<"PE">();
-  if (OPTCOM.xgiven[OLSOPT.place("PX")]) o.PX = real_value<"PX">();
-  o.PREDICT = keep(named<"PREDICT">());
-  o.RESID = keep(named<"RESID">());
-  o.HATDIAG = keep(named<"HATDIAG">());
-  o.TRATIO = keep(named<"TRATIO">());
-  o.STDERR = keep(named<"STDERR">());
-  o.COEFFICE = keep(named<"COEFFICE">());
-  o.COVARIAN = keep(named<"COVARIAN">());
-  o.COMMFILE = keep(named<"COMMFILE">());
-  o.DEVICE = keep(named<"DEVICE">());
-  o.OUTPUT = keep(named<"OUTPUT">());
-  int place = 0;
-  for (const OptionWord& w : OLSOPT.view()) {
-    if (w.kind != OptionKind::Variable) continue;
-    if (OPTCOM.VOPT[static_cast<std::size_t>(place++)].text == "********") {
-      fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A8)">(w.word);
-      return false;
-    }
-  }
-  if (int{o.LOGLOG} + int{o.LOGLIN} + int{o.LINLOG} > 1) return incompatible();
-  const auto wrong = [](std::string_view option) {
-    fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(option);
-    return false;
-  };
-  if (o.AUTCOV < 0) return wrong("AUTCOV");
-  if (o.ORDER < 1) return wrong("ORDER");
-  if (o.GAP < 0) return wrong("GAP");
-  if (o.NMISS < 0) return wrong("NMISS");
-  if (!(o.RHO > -1.0 && o.RHO < 1.0)) return wrong("RHO");
+  o.GNUPLOT = Opt::chosen<"GNUPLOT">() || Opt::chosen<"GRAPHICS">();
+  o.APPEND = Opt::chosen<"APPEND">();
+  o.RSTAT = o.RSTAT || o.GNUPLOT;
+  o.AUTCOV = Opt::integer<"AUTCOV">();
+  o.HETCOV = Opt::chosen<"HETCOV">() || o.AUTCOV != 0;
+  o.MULSIGSQ = Opt::chosen<"MULSIGSQ">();
+  o.REPLICAT = Opt::chosen<"REPLICAT">();
+  o.NORMALIZ =
+      Opt::chosen<"NORMALIZ">() && !o.REPLICAT;  // a mean of one would undo the replication
+  o.UT = Opt::chosen<"UT">() || o.REPLICAT;
+  o.INFLUENC = Opt::chosen<"INFLUENC">();
+  o.DFBETAS = Opt::chosen<"DFBETAS">();
+  o.AUXRSQR = Opt::chosen<"AUXRSQR">() && !o.HETCOV;
+  o.RECURSIV = Opt::chosen<"RECURSIV">();
+  o.POLAR = Opt::chosen<"POLAR">();
+  o.ORDER = Opt::integer<"ORDER">();
+  o.PLUSH = Opt::chosen<"PLUSH">();
+  o.MISS = Opt::chosen<"MISS">();
+  o.GAP = Opt::integer<"GAP">();
+  o.NMISS = Opt::integer<"NMISS">();
+  o.NPOP = Opt::integer<"NPOP">();
+  o.INSIG2 = Opt::real<"INSIG2">();
+  o.INDW = Opt::real<"INDW">();
+  o.ALPHA = Opt::real<"ALPHA">();
+  o.RHO = Opt::real<"RHO">();
+  o.by_FE = Opt::given<"FE">();
+  o.by_FX = Opt::given<"FX">();
+  o.FE = Opt::real<"FE">();
+  o.FX = Opt::real<"FX">();
+  if (Opt::given<"PE">()) o.PE = Opt::real<"PE">();
+  if (Opt::given<"PX">()) o.PX = Opt::real<"PX">();
+  o.HATDIAG = NAMES.keep(Opt::named<"HATDIAG">());
+  o.COEFFICE = NAMES.keep(Opt::named<"COEFFICE">());
+  o.COVARIAN = NAMES.keep(Opt::named<"COVARIAN">());
+  o.COMMFILE = NAMES.keep(Opt::named<"COMMFILE">());
+  o.DEVICE = NAMES.keep(Opt::named<"DEVICE">());
+  o.OUTPUT = NAMES.keep(Opt::named<"OUTPUT">());
+  if (name_lacking(OLSOPT.view())) return false;
+  if (int{o.LOGLOG} + int{o.LOGLIN} + int{o.LINLOG} > 1) return incompatible_options();
+  if (o.AUTCOV < 0) return bad_option_value("AUTCOV");
+  if (o.ORDER < 1) return bad_option_value("ORDER");
+  if (o.GAP < 0) return bad_option_value("GAP");
+  if (o.NMISS < 0) return bad_option_value("NMISS");
+  if (!(o.RHO > -1.0 && o.RHO < 1.0)) return bad_option_value("RHO");
   return true;
 }
 
@@ -179,18 +114,20 @@ bool settle_options() {
 bool settle_build() {
   OlsCom& o = OLSCOM;
   const bool complex = INPCOM.IKOD == K_IMLS;
-  if (!complex && (chosen<"REALIMAG">() || chosen<"POLAR">())) return incompatible();
-  if (int{complex} + int{chosen<"DLRX">()} + int{chosen<"PILAGS">()} > 1) return incompatible();
+  if (!complex && (Opt::chosen<"REALIMAG">() || Opt::chosen<"POLAR">()))
+    return incompatible_options();
+  if (int{complex} + int{Opt::chosen<"DLRX">()} + int{Opt::chosen<"PILAGS">()} > 1)
+    return incompatible_options();
   if (complex) {
     // Weights and lags of the errors would need a rule for the two halves of an observation.
-    if (!named<"WEIGHT">().text.empty() || o.AUTCOV != 0) return incompatible();
+    if (!Opt::named<"WEIGHT">().text.empty() || o.AUTCOV != 0) return incompatible_options();
     o.build = Build::Imls;
     o.multiplicity = 2;
     o.blocks = 2;
-  } else if (chosen<"DLRX">()) {
+  } else if (Opt::chosen<"DLRX">()) {
     o.build = Build::Dlrx;
     o.blocks = 2;
-  } else if (chosen<"PILAGS">()) {
+  } else if (Opt::chosen<"PILAGS">()) {
     if (o.RESTRICT) {
       fail(" ...ERROR..RESTRICTIONS NOT ALLOWED WITH PILAGS");
       return false;
@@ -204,14 +141,13 @@ bool settle_build() {
 // The method, when the list is known: the last of these that applies counts.
 bool settle_method() {
   OlsCom& o = OLSCOM;
-  const std::string_view typed = named<"METHOD">().text;
+  const std::string_view typed = Opt::named<"METHOD">().text;
   if (typed != "GS" && typed != "NORMAL" && typed != "HH") {
-    fail(" ...ERROR..IN RIGHT HAND SIDE OF OPTION..METHOD");
-    return false;
+    return bad_option_value("METHOD");
   }
-  bool exact_dw = chosen<"DWPVALUE">() || chosen<"EXACTDW">();
-  const double ridge = real_value<"RIDGE">();
-  if ((typed == "HH" || exact_dw) && ridge != 0.0) return incompatible();
+  bool exact_dw = Opt::chosen<"DWPVALUE">() || Opt::chosen<"EXACTDW">();
+  const double ridge = Opt::real<"RIDGE">();
+  if ((typed == "HH" || exact_dw) && ridge != 0.0) return incompatible_options();
   o.METHOD = typed == "HH" ? Method::HH : (typed == "NORMAL" ? Method::NORMAL : Method::GS);
   if (o.RECURSIV || o.INCOEFFI != 0 || o.MOMENTS != 0) o.METHOD = Method::NORMAL;
   if (o.stepwise) {
@@ -222,7 +158,7 @@ bool settle_method() {
       temporary(temporary_place("ERR")) = 6015;
       return false;
     }
-    if (o.blocks > 1 || o.INCOEFFI != 0) return incompatible();
+    if (o.blocks > 1 || o.INCOEFFI != 0) return incompatible_options();
   }
   o.DWPVALUE = exact_dw;
   if (exact_dw) o.METHOD = Method::HH;
@@ -232,9 +168,9 @@ bool settle_method() {
   }
   OCOM.OMEAN = o.METHOD == Method::NORMAL && o.CONSTANT;
   const bool special = o.RESTRICT || o.HETCOV || o.lag_terms || o.blocks > 1;
-  if (o.METHOD == Method::HH && special) return incompatible();
-  if (o.MOMENTS != 0 && (o.stepwise || o.blocks > 1)) return incompatible();
-  if (!named<"PORT">().text.empty()) warn(" ...WARNING..THE PORT OPTION HAS NO EFFECT");
+  if (o.METHOD == Method::HH && special) return incompatible_options();
+  if (o.MOMENTS != 0 && (o.stepwise || o.blocks > 1)) return incompatible_options();
+  if (!Opt::named<"PORT">().text.empty()) warn(" ...WARNING..THE PORT OPTION HAS NO EFFECT");
   return true;
 }
 
@@ -255,10 +191,10 @@ bool find_variables() {
   };
   OlsCom& o = OLSCOM;
   const Wanted wanted[] = {
-      {named<"WEIGHT">(), o.KWT, false},        {named<"IDVAR">(), o.KID, false},
-      {named<"PCINFORM">(), o.PCINFORM, false}, {named<"PCOMPONE">(), o.PCOMPONE, false},
-      {named<"INCOEFFI">(), o.INCOEFFI, true},  {named<"MOMENTS">(), o.MOMENTS, true},
-      {named<"INCOVARI">(), o.INCOVARI, true}};
+      {Opt::named<"WEIGHT">(), o.KWT, false},        {Opt::named<"IDVAR">(), o.KID, false},
+      {Opt::named<"PCINFORM">(), o.PCINFORM, false}, {Opt::named<"PCOMPONE">(), o.PCOMPONE, false},
+      {Opt::named<"INCOEFFI">(), o.INCOEFFI, true},  {Opt::named<"MOMENTS">(), o.MOMENTS, true},
+      {Opt::named<"INCOVARI">(), o.INCOVARI, true}};
   for (const Wanted& w : wanted) {
     w.var = named_variable(w.option);
     if (w.var >= 0) continue;
@@ -289,14 +225,14 @@ void OLS(Workspace ws) {
   OCOM.OMEAN = false;
   // 1. Options; the defaults of some are switches.
   OPTION_START(OLSOPT.view());
-  OPTCOM.LOPT[OLSOPT.place("MAX")] = OSCOM.OMXX;
-  OPTCOM.LOPT[OLSOPT.place("DUMP")] = OSCOM.ODMMP;
-  OPTCOM.LOPT[OLSOPT.place("WIDE")] = OSCOM.OWIDE;
-  OPTCOM.LOPT[OLSOPT.place("ANOVA")] = OSCOM.OBAT;
-  OPTCOM.LOPT[OLSOPT.place("GF")] = OSCOM.OBAT;
+  Opt::set<"MAX">(OSCOM.OMXX);
+  Opt::set<"DUMP">(OSCOM.ODMMP);
+  Opt::set<"WIDE">(OSCOM.OWIDE);
+  Opt::set<"ANOVA">(OSCOM.OBAT);
+  Opt::set<"GF">(OSCOM.OBAT);
   if (SCNCOM.NOPS > 0) OPTION_SCAN(ws, OLSOPT.view());
   if (OCOM.ODONT) return;
-  OSCOM.OWIDE = chosen<"WIDE">();
+  OSCOM.OWIDE = Opt::chosen<"WIDE">();
   if (SCNCOM.NF <= 0) {
     state.keep_wide();
     return say<"(' COMMAND STRUCTURE:', A6, 'depvar indeps / options')">(
@@ -309,13 +245,13 @@ void OLS(Workspace ws) {
   if (largest < 0 || !settle_method() || !check_component_weights(ws)) return;
   if (OLSCOM.weighted) add_weight(OLSCOM.KWT);
   // 3. The working range; under SET DELETE lags shorten it at its beginning.
-  DATCOM.MBEG = integer_value<"BEG">() + (OSCOM.ODELL ? largest : 0);
+  DATCOM.MBEG = Opt::integer<"BEG">() + (OSCOM.ODELL ? largest : 0);
   if (OLSCOM.build == Build::Pilags) {
     if (OCOM.OPUT) say(" POLYNOMIAL INVERSE LAG");
     OLSCOM.NDROP = PILAGS_DROPPED;
     DATCOM.MBEG += PILAGS_DROPPED;
   }
-  DATCOM.MEND = integer_value<"END">();
+  DATCOM.MEND = Opt::integer<"END">();
   if (DATCOM.MEND == -999) DATCOM.MEND = DATCOM.IEND;
   if (OSCOM.OSCAN) return;
   if (DATCOM.MBEG < 1) {

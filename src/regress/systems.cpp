@@ -13,6 +13,7 @@
 #include "engine/run.h"
 #include "engine/units.h"
 #include "regress/ols_parts.h"
+#include "regress/result_options.h"
 
 namespace korvel {
 namespace {
@@ -33,135 +34,72 @@ constexpr auto SYSOPT = option_table(
     variable("IDVAR"), variable("*VOPT1"), variable("*VOPT2"), variable("*VOPT3"));
 static_assert(SYSOPT.words.size() == 26 + 6 + 5 + 12);
 
-template <FixedText WORD>
-bool chosen() {
-  return OPTCOM.LOPT[SYSOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-int integer_value() {
-  return OPTCOM.IOPT[SYSOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-double real_value() {
-  return OPTCOM.XOPT[SYSOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-bool real_given() {
-  return OPTCOM.xgiven[SYSOPT.place(WORD.view())];
-}
+using Opt = OptionValues<SYSOPT>;
 
-// Texts of name options, kept apart from the command: the equation lines overwrite that.
-struct SystemTexts {
-  std::array<std::array<char, 64>, 8> text{};
-  std::size_t used = 0;
-};
-constinit SystemTexts SYSTEMTEXTS{};
-
-NameOption keep(std::size_t place) {
-  const NameOption& option = OPTCOM.VOPT[place];
-  NameOption kept = option;
-  auto& room = SYSTEMTEXTS.text[SYSTEMTEXTS.used++];
-  const std::size_t n = std::min(option.typed.size(), room.size());
-  std::copy_n(option.typed.begin(), n, room.begin());
-  kept.typed = {room.data(), n};
-  kept.text = option.text.empty() ? std::string_view{} : kept.typed;
-  return kept;
-}
-
-bool incompatible() {
-  fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
-  return false;
-}
-
-bool wrong_value(std::string_view option) {
-  fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(option);
-  return false;
-}
+// Names of results, kept apart from the command: the equation lines overwrite that.
+constinit KeptNames NAMES{};
 
 bool read_options(Workspace ws) {
   const bool system = INPCOM.IKOD == K_SYSTEM;
   OPTION_START(SYSOPT.view());
-  OPTCOM.LOPT[SYSOPT.place("MAX")] = OSCOM.OMXX;
-  OPTCOM.LOPT[SYSOPT.place("DUMP")] = OSCOM.ODMMP;
+  Opt::set<"MAX">(OSCOM.OMXX);
+  Opt::set<"DUMP">(OSCOM.ODMMP);
   // A single equation prints as OLS does.
-  OPTCOM.LOPT[SYSOPT.place("ANOVA")] = !system && OSCOM.OBAT;
-  OPTCOM.LOPT[SYSOPT.place("GF")] = !system && OSCOM.OBAT;
+  Opt::set<"ANOVA">(!system && OSCOM.OBAT);
+  Opt::set<"GF">(!system && OSCOM.OBAT);
   if (SCNCOM.NOPS > 0) OPTION_SCAN(ws, SYSOPT.view());
   return !OCOM.ODONT;
 }
 
 // What the results stage reads.
 void set_result_options() {
-  OlsCom& o = OLSCOM;
-  o = OlsCom{};
-  SYSTEMTEXTS.used = 0;
-  o.MAX = chosen<"MAX">();
-  o.CONSTANT = chosen<"CONSTANT">();
-  o.DUMP = chosen<"DUMP">();
-  o.LM = chosen<"LM">() || o.MAX;
-  o.GF = chosen<"GF">() || o.MAX;
-  o.DLAG = chosen<"DLAG">();
-  o.LIST = chosen<"LIST">() || o.MAX;
-  o.RSTAT = chosen<"RSTAT">() || o.LIST || o.LM || o.GF || o.DLAG;
-  o.PCOV = chosen<"PCOV">() || o.MAX;
-  o.PCOR = chosen<"PCOR">() || o.MAX;
-  o.ANOVA = chosen<"ANOVA">() || o.MAX;
-  o.DN = chosen<"DN">();
-  o.RESTRICT = chosen<"RESTRICT">();
-  o.PREDICT = keep(SYSOPT.place("PREDICT"));
-  o.RESID = keep(SYSOPT.place("RESID"));
-  o.COEFFICE = keep(SYSOPT.place("COEFFICI"));
-  o.COVARIAN = keep(SYSOPT.place("COVARIAN"));
-  o.STDERR = keep(SYSOPT.place("STDERR"));
-  o.TRATIO = keep(SYSOPT.place("TRATIO"));
-  OCOM.OFORCE = !o.CONSTANT;
+  read_result_options<SYSOPT>(NAMES);
+  OLSCOM.COEFFICE = NAMES.keep(Opt::named<"COEFFICI">());
+  OLSCOM.COVARIAN = NAMES.keep(Opt::named<"COVARIAN">());
+  OCOM.OFORCE = !OLSCOM.CONSTANT;
 }
 
 bool settle_options() {
   set_result_options();
   SysCom& s = SYSCOM;
   s = SysCom{};
-  s.FM = chosen<"FM">();
-  s.IR = chosen<"IR">();
-  s.DROP = chosen<"DROP">();
-  s.AUTO = chosen<"AUTO">();
-  s.FULL = chosen<"FULL">() || OLSCOM.ANOVA || OLSCOM.PCOV || OLSCOM.PCOR;
-  s.II = chosen<"II">();
-  s.RM = chosen<"RM">();
-  s.SIMULATE = chosen<"SIMULATE">();
-  s.ADDLAG = chosen<"ADDLAG">();
-  s.CONEXOGS = chosen<"CONEXOGS">();
-  s.PSIGMA = chosen<"PSIGMA">() || OLSCOM.MAX;
-  s.ITER = integer_value<"ITER">();
-  s.IN = integer_value<"IN">();
-  s.OUT = integer_value<"OUT">();
-  s.PITER = integer_value<"PITER">();
-  s.CONV = real_value<"CONV">();
-  s.RHO = real_value<"RHO">();
-  s.RHOMIN = real_value<"RHOMIN">();
-  s.RHOMAX = real_value<"RHOMAX">();
-  s.RHOINC = real_value<"RHOINC">();
-  s.fixed_rho = real_given<"RHO">();
-  s.grid = real_given<"RHOMIN">() || real_given<"RHOMAX">();
-  s.SIGMA = keep(SYSOPT.place("SIGMA"));
-  s.COEFMATR = keep(SYSOPT.place("COEFMATR"));
-  std::size_t place = 0;
-  for (const OptionWord& w : SYSOPT.view()) {
-    if (w.kind != OptionKind::Variable) continue;
-    if (OPTCOM.VOPT[place++].text == "********") return wrong_value(w.word);
-  }
-  if (s.ITER < 0) return wrong_value("ITER");
-  if (!(s.CONV >= 0.0)) return wrong_value("CONV");
+  s.FM = Opt::chosen<"FM">();
+  s.IR = Opt::chosen<"IR">();
+  s.DROP = Opt::chosen<"DROP">();
+  s.AUTO = Opt::chosen<"AUTO">();
+  s.FULL = Opt::chosen<"FULL">() || OLSCOM.ANOVA || OLSCOM.PCOV || OLSCOM.PCOR;
+  s.II = Opt::chosen<"II">();
+  s.RM = Opt::chosen<"RM">();
+  s.SIMULATE = Opt::chosen<"SIMULATE">();
+  s.ADDLAG = Opt::chosen<"ADDLAG">();
+  s.CONEXOGS = Opt::chosen<"CONEXOGS">();
+  s.PSIGMA = Opt::chosen<"PSIGMA">() || OLSCOM.MAX;
+  s.ITER = Opt::integer<"ITER">();
+  s.IN = Opt::integer<"IN">();
+  s.OUT = Opt::integer<"OUT">();
+  s.PITER = Opt::integer<"PITER">();
+  s.CONV = Opt::real<"CONV">();
+  s.RHO = Opt::real<"RHO">();
+  s.RHOMIN = Opt::real<"RHOMIN">();
+  s.RHOMAX = Opt::real<"RHOMAX">();
+  s.RHOINC = Opt::real<"RHOINC">();
+  s.fixed_rho = Opt::given<"RHO">();
+  s.grid = Opt::given<"RHOMIN">() || Opt::given<"RHOMAX">();
+  s.SIGMA = NAMES.keep(Opt::named<"SIGMA">());
+  s.COEFMATR = NAMES.keep(Opt::named<"COEFMATR">());
+  if (name_lacking(SYSOPT.view())) return false;
+  if (s.ITER < 0) return bad_option_value("ITER");
+  if (!(s.CONV >= 0.0)) return bad_option_value("CONV");
   if (s.grid && !(s.RHOINC > 0.0 && s.RHOMAX >= s.RHOMIN && s.RHOMIN > -1.0 && s.RHOMAX < 1.0 &&
                   (s.RHOMAX - s.RHOMIN) / s.RHOINC < 10000.0)) {
-    return wrong_value("RHOMIN");
+    return bad_option_value("RHOMIN");
   }
-  if (s.fixed_rho && !std::isfinite(s.RHO)) return wrong_value("RHO");
-  if (s.fixed_rho && s.grid) return incompatible();
-  if (s.AUTO && (s.II || s.IN != 0 || s.OUT != 0)) return incompatible();
+  if (s.fixed_rho && !std::isfinite(s.RHO)) return bad_option_value("RHO");
+  if (s.fixed_rho && s.grid) return incompatible_options();
+  if (s.AUTO && (s.II || s.IN != 0 || s.OUT != 0)) return incompatible_options();
   if (s.IN != 0 && !user_unit(s.IN)) return false;
   if (s.OUT != 0 && !user_unit(s.OUT)) return false;
-  const NameOption& id = OPTCOM.VOPT[SYSOPT.place("IDVAR")];
+  const NameOption& id = Opt::named<"IDVAR">();
   if (!id.text.empty() && id.var <= 0) {
     fail<"(' ...ERROR..VARIABLE ', A, ' IS NOT VALID')">(id.text);
     return false;
@@ -192,8 +130,8 @@ void warn_idle_options(const SystemModel& model) {
 
 // The sample of the equations' columns: MBEG, MEND, NOB. False after an error.
 bool settle_sample(Workspace ws, const SystemModel& model, int largest) {
-  DATCOM.MBEG = integer_value<"BEG">() + (OSCOM.ODELL ? largest : 0);
-  DATCOM.MEND = integer_value<"END">();
+  DATCOM.MBEG = Opt::integer<"BEG">() + (OSCOM.ODELL ? largest : 0);
+  DATCOM.MEND = Opt::integer<"END">();
   if (DATCOM.MEND == -999) DATCOM.MEND = DATCOM.IEND;
   if (DATCOM.MBEG < 1) {
     fail<"(' ...ERROR..SAMPLE RANGE BEGINS AT OBSERVATION', I7)">(DATCOM.MBEG);
@@ -257,7 +195,7 @@ void SYSCON(Workspace ws) {
   const ContinueGuard state;
   const bool system = INPCOM.IKOD == K_SYSTEM;
   if (!system && SCNCOM.NF <= 0) {
-    return say<"(' COMMAND STRUCTURE:', A6, 'depvar indeps (exogs) / options')">(
+    return say<"(' COMMAND STRUCTURE: ', A, ' depvar indeps (exogs) / options')">(
         INPCOM.IKOD == K_2SLS ? "2SLS" : "INST");
   }
   // 1. Options.

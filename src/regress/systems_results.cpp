@@ -240,8 +240,10 @@ void save_system(Workspace ws, SystemModel& model, const SystemMoments& moments,
   FCOM.DF = OLSCOM.DN ? model.M * N : model.M * N - K + restrictions;
   save_estimate(ws, all);
   model.list.pop_back();
-  if (!whole_system()) return;
   SavedEstimate& s = SAVED;
+  if (SYSCOM.AUTO) s.rho.assign(1, fit.rho[0]);
+  s.first_rows = !drops_first();
+  if (!whole_system()) return;
   s.names.resize(static_cast<std::size_t>(K + 1 + model.M) * NAMELEN, ' ');
   s.equations.assign(model.equation.begin(), model.equation.end());
   const auto view = [&](int place, std::size_t length) {
@@ -254,6 +256,7 @@ void save_system(Workspace ws, SystemModel& model, const SystemMoments& moments,
     const std::size_t n = std::min<std::size_t>(name.size(), NAMELEN);
     std::memcpy(to, name.data(), n);
     s.equations[at(i)].dependent.name = view(K + 1 + i, n);
+    s.equations[at(i)].rho = fit.rho[at(i)];
     const double rows = OLSCOM.DN ? N : N - model.equation[at(i)].K;
     if (rows > 0.0) s.equations[at(i)].sigma2 = fit.E[packed(i + 1, i + 1)] / rows;
   }

@@ -108,6 +108,15 @@ double largest_change(std::span<const double> now, std::span<const double> befor
   return largest;
 }
 
+// Rounds that ended before the coefficients came to rest. A single one is wanted for itself.
+void warn_moving(int rounds, double change) {
+  constexpr double rounding = 1e-10;  // a smaller CONV asks for more than there is
+  if (change < rounding) return;
+  warn<
+      "(' ...WARNING..NO CONVERGENCE AFTER', I6, ' ITERATIONS. LARGEST RELATIVE CHANGE OF A "
+      "COEFFICIENT', G13.5)">(rounds, change);
+}
+
 // Digits that rounding in the moments leaves of the coefficients, told when few.
 void warn_lost_digits(double condition) {
   if (!OCOM.OPUT) return;
@@ -225,7 +234,12 @@ bool SYS3S(Workspace ws, const SystemModel& model, const SystemMoments& moments,
     if (o.IR && !restrict()) return false;
     fit.residuals();
     if (told && round > 0) print_iteration(model, fit, round);
-    if (round == o.ITER || (round > 0 && largest_change(fit.coef, before) < o.CONV)) break;
+    const double change = round > 0 ? largest_change(fit.coef, before) : 0.0;
+    if (round > 0 && change < o.CONV) break;
+    if (round == o.ITER) {
+      if (round > 1) warn_moving(round, change);
+      break;
+    }
     if (!o.AUTO) continue;
     rho.renew(fit);
     if (!SYSXOG(ws, model, fit)) return false;

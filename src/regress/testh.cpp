@@ -47,6 +47,7 @@ void save_estimate(Workspace ws, const Estimate& est) {
   s.theta.clear();
   s.before.clear();
   s.first_rows = true;
+  s.gaps = false;
   s.equations.clear();
   s.choices = 2;
   s.low = 0.0;

@@ -22,6 +22,7 @@ struct Estimate;
 struct SavedEquation {
   int first = 0, K = 0;  // place from 0, number
   double sigma2 = 0.0;   // variance of its errors, 0 not known: that of the estimate
+  double rho = 0.0;      // autoregressive coefficient of its errors
   ListItem dependent;    // its name is a view into SavedEstimate::names
 };
 
@@ -44,6 +45,11 @@ struct SavedEstimate {
   std::vector<double> theta;   // moving-average coefficients of the errors
   std::vector<double> before;  // disturbances u(0), u(-1), .. before MBEG that were estimated
   bool first_rows = true;      // AUTO kept the first rows (no DROP)
+  // AUTO: rows are as far apart as their observations (MISS). With gap_obs above 0 only that one
+  // lies gap_steps behind the row before it, all others are neighbours (GAP).
+  bool gaps = false;
+  int gap_obs = 0;
+  double gap_steps = 1.0;
   std::vector<SavedEquation> equations;  // of SYSTEM, in order; empty: one equation
   int choices = 2;                       // of LOGIT: coefficients stand in choices-1 blocks
   double low = 0.0, share = 1.0;         // PROBIT, LOGIT: P = low + share F(x'b)

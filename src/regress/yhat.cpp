@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "engine/output.h"
+#include "regress/auto.h"
 #include "stats/probability.h"
 
 namespace korvel {
@@ -86,6 +87,12 @@ class Walk {
     return n;
   }
   bool behind_estimate(std::size_t r) const { return obs_[r] > m.ESTEND; }
+  // How far row r lies behind the row before it.
+  double distance(std::size_t r) const {
+    if (!m.gaps || r == 0) return 1.0;
+    if (m.gap_obs > 0) return obs_[r] == m.gap_obs ? m.gap_steps : 1.0;
+    return obs_[r] - obs_[r - 1];
+  }
 
   // Weights of the disturbances in the value that lies so many steps behind them, and the sums of
   // their squares: ARMA errors first, then what lags of the dependent variable make of them.
@@ -141,6 +148,8 @@ class Walk {
   template <class F, class G>
   double expected(std::size_t r, F&& error, G&& disturbance) const {
     const std::size_t s = start_of_section(r);
+    const double distant = distance(r);
+    if (distant > 1.0) return std::pow(m.rho[0], distant) * error(r - 1);
     double sum = 0.0;
     for (std::size_t j = 1; j <= m.rho.size() && r >= s + j; ++j)
       sum += m.rho[j - 1] * error(r - j);
@@ -150,8 +159,14 @@ class Walk {
     return sum;
   }
 
-  // Derivatives of row r; `known`: its error is that of the data.
-  void derive(std::size_t r, bool known, bool fitted, const Link::Value& value_at) {
+  // Behind a gap the estimate takes `share` of the disturbance, which brings its variance down to
+  // that of the others: the part of the error that its fitted value holds.
+  static double fitted_behind_gap(double error, double expected, double share) {
+    return error - (error - expected) * share;
+  }
+
+  // Derivatives of row r; `known`: its error is that of the data; share: as above, 1 no gap.
+  void derive(std::size_t r, bool known, bool fitted, double share, const Link::Value& value_at) {
     const std::span<double> Dr = of(D, r), Er = of(E, r), Ur = of(U, r);
     for (std::size_t k = 0; k < K; ++k) g[k] = value(k, r);
     for (std::size_t i = 0; i < K; ++i) {
@@ -169,6 +184,7 @@ class Walk {
         const auto error = [&](std::size_t s) { return of(E, s)[k]; };
         hat = fitted ? Er[k] - first_disturbance(r, error)
                      : expected(r, error, [&](std::size_t s) { return of(U, s)[k]; });
+        if (share != 1.0) hat = fitted_behind_gap(Er[k], hat, share);
       }
       if (!known) Er[k] = hat;
       Ur[k] = obs_[r] < m.first_u ? 0.0 : Er[k] - hat;
@@ -275,7 +291,7 @@ YhatResult YHAT(std::span<const double* const> x, std::span<const double> obs,
       return result;
     }
     const std::size_t place = r - w.start_of_section(r);
-    if (place == 0) steps = 1;
+    steps = place == 0 ? 1 : steps + static_cast<std::size_t>(w.distance(r)) - 1;
     // 1. The index.
     double z = model.shift.empty() ? 0.0 : model.shift[r];
     bool missing = false;
@@ -287,15 +303,19 @@ YhatResult YHAT(std::span<const double* const> x, std::span<const double> obs,
     }
     // 2. The error that is to be expected, and the one that the data show.
     const bool fitted = model.fitted_start && r < p && y[r] == y[r];
-    double hat = 0.0;
+    const bool behind = (model.iterate || model.dynamic) && w.behind_estimate(r);
+    const bool known = y[r] == y[r] && !missing && !behind;
+    double hat = 0.0, share = 1.0;
     if (w.has_errors()) {
       w.e[r] = y[r] - z;
       const auto error = [&](std::size_t s) { return w.e[s]; };
       hat = fitted ? w.e[r] - w.first_disturbance(r, error)
                    : w.expected(r, error, [&](std::size_t s) { return w.u[s]; });
+      if (model.gaps && known && steps > 1 && obs[r] <= model.fitted_end) {
+        share = 1.0 / std::sqrt(steps_variance(model.rho[0], static_cast<double>(steps)));
+        hat = Walk::fitted_behind_gap(w.e[r], hat, share);
+      }
     }
-    const bool behind = (model.iterate || model.dynamic) && w.behind_estimate(r);
-    const bool known = y[r] == y[r] && !missing && !behind;
     if (obs[r] >= model.first_u && !model.before.empty()) {
       for (std::size_t j = since + 1; j <= model.theta.size(); ++j) {
         if (j - since <= model.before.size()) {
@@ -318,9 +338,9 @@ YhatResult YHAT(std::span<const double* const> x, std::span<const double> obs,
     }
     // 4. Its variance.
     if (!var.empty()) {
-      if (!variance.C.empty()) w.derive(r, known, fitted, value);
+      if (!variance.C.empty()) w.derive(r, known, fitted, share, value);
       // A start without a past has the variance that the errors have on the whole.
-      const std::size_t h = place < p ? w.cumulated.size() : steps;
+      const std::size_t h = place < p ? w.cumulated.size() : std::min(steps, w.cumulated.size());
       double sum = value.slope * value.slope * variance.sigma2 * w.cumulated[h - 1];
       if (!variance.C.empty()) sum += packed_form(variance.C, w.d);
       if (variance.rho_rows > 0.0 && p == 1 && place > 0) {

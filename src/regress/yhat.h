@@ -39,8 +39,15 @@ struct YhatModel {
   Link link;
   bool fitted_start = false;  // the first rho.size() rows are the first of the estimate, which kept
                               // them: their errors are those of the transformed rows
-  bool iterate = false;       // behind ESTEND errors are forecast, not taken from the data
-  bool dynamic = false;       // behind ESTEND lags of the dependent variable are forecasts
+  // First order only: rows are as far apart as their observations; with gap_obs above 0 only that
+  // observation lies gap_steps behind the row before it. Up to fitted_end rows behind a gap show
+  // the fitted value of the estimate, whose error has the variance of all others.
+  bool gaps = false;
+  int gap_obs = 0;
+  double gap_steps = 1.0;
+  int fitted_end = 0;
+  bool iterate = false;  // behind ESTEND errors are forecast, not taken from the data
+  bool dynamic = false;  // behind ESTEND lags of the dependent variable are forecasts
   int ESTEND = 0;
   int first_u = 0;                 // disturbances of observations before it count as 0, but for
   std::span<const double> before;  // these, the last one first

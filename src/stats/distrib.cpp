@@ -43,13 +43,13 @@ bool scalar_item(Workspace ws, const ListItem& item) {
 
 // The working range and the marks of rows that are left out. Single values have no observation.
 bool take_sample(Workspace ws, std::span<ListItem> list, bool scalars) {
-  DATCOM.MBEG = std::max(dist_integer<"BEG">(), 1);
-  DATCOM.MEND = dist_integer<"END">();
+  DATCOM.MBEG = std::max(DistOption::integer<"BEG">(), 1);
+  DATCOM.MEND = DistOption::integer<"END">();
   if (scalars) {
     DATCOM.MBEG = DATCOM.MEND = 1;
     return true;
   }
-  if (dist_flag<"ALL">()) {
+  if (DistOption::chosen<"ALL">()) {
     DATCOM.MBEG = 1;
     DATCOM.MEND = -1;  // the length of the shortest
   }
@@ -87,30 +87,18 @@ void store(Workspace ws, const Result& result, std::int64_t length, std::int64_t
   std::copy_n(result.values.begin(), std::min(result.values.size(), to.size()), to.begin());
 }
 
-// True when a name option was given without a name.
-bool name_lacking() {
-  int place = 0;
-  for (const OptionWord& w : DISTOPT.view()) {
-    if (w.kind != OptionKind::Variable) continue;
-    if (OPTCOM.VOPT[static_cast<std::size_t>(place++)].text == "********") {
-      fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A8)">(w.word);
-      return true;
-    }
-  }
-  return false;
-}
-
 // Results that this form of the command does not have are told, not silently left out.
 void warn_of_idle_options(const DistribJob& job) {
-  const bool inverse = dist_flag<"INVERSE">();
+  const bool inverse = DistOption::chosen<"INVERSE">();
   const bool density = has_density(job.law.type);
   const auto idle = [](std::string_view word) {
     warn<"(' ...WARNING..', A, ' IS NOT AVAILABLE HERE AND IS IGNORED')">(word);
   };
-  if (!inverse && !dist_name<"CRITICAL">().text.empty()) idle("CRITICAL=");
-  if (inverse && !dist_name<"CDF">().text.empty()) idle("CDF=");
-  if (!density && !dist_name<"PDF">().text.empty()) idle("PDF=");
-  if ((inverse || !density) && dist_flag<"LLF">() && !dist_flag<"MAX">()) idle("LLF");
+  if (!inverse && !DistOption::named<"CRITICAL">().text.empty()) idle("CRITICAL=");
+  if (inverse && !DistOption::named<"CDF">().text.empty()) idle("CDF=");
+  if (!density && !DistOption::named<"PDF">().text.empty()) idle("PDF=");
+  if ((inverse || !density) && DistOption::chosen<"LLF">() && !DistOption::chosen<"MAX">())
+    idle("LLF");
 }
 
 }  // namespace
@@ -119,42 +107,42 @@ void DISTR(Workspace ws) {
   const Trace trace("DISTR");
   // 1. Options, the distribution and its parameters.
   OPTION_START(DISTOPT.view());
-  OPTCOM.LOPT[DISTOPT.place("MAX")] = OSCOM.OMXX;
-  OPTCOM.LOPT[DISTOPT.place("DUMP")] = OSCOM.ODMMP;
+  DistOption::set<"MAX">(OSCOM.OMXX);
+  DistOption::set<"DUMP">(OSCOM.ODMMP);
   OPTION_SCAN(ws, DISTOPT.view());
-  if (OCOM.ODONT || OSCOM.OSCAN || name_lacking()) return;
-  const bool from_file = !dist_name<"FILE">().text.empty() || dist_integer_given<"UNIT">();
-  const bool single = SCNCOM.NF == 0 && !from_file && dist_real_given<"X">();
+  if (OCOM.ODONT || OSCOM.OSCAN || name_lacking(DISTOPT.view())) return;
+  const bool from_file = !DistOption::named<"FILE">().text.empty() || DistOption::given<"UNIT">();
+  const bool single = SCNCOM.NF == 0 && !from_file && DistOption::given<"X">();
   if (SCNCOM.NF == 0 && !from_file && !single) {
     return say(" COMMAND STRUCTURE: DISTRIB vars / TYPE=name options");
   }
   DistribJob job;
   LawRoom room;
   if (!take_law(ws, job.law, room, job.word)) return;
-  if (dist_flag<"INVERSE">() && !has_inverse(job.law.type)) {
+  if (DistOption::chosen<"INVERSE">() && !has_inverse(job.law.type)) {
     return fail<"(' ...ERROR..INVERSE OPTION NOT AVAILABLE FOR ', A)">(job.word);
   }
-  const bool inverse = dist_flag<"INVERSE">();
-  if (dist_flag<"MAX">()) OPTCOM.LOPT[DISTOPT.place("LLF")] = true;
+  const bool inverse = DistOption::chosen<"INVERSE">();
+  if (DistOption::chosen<"MAX">()) DistOption::set<"LLF">(true);
   warn_of_idle_options(job);
-  if (inverse || !has_density(job.law.type)) OPTCOM.LOPT[DISTOPT.place("LLF")] = false;
+  if (inverse || !has_density(job.law.type)) DistOption::set<"LLF">(false);
   job.moments = law_moments(job.law);
-  job.list = (dist_flag<"LIST">() || dist_flag<"MAX">()) && OCOM.OPUT;
+  job.list = (DistOption::chosen<"LIST">() || DistOption::chosen<"MAX">()) && OCOM.OPUT;
 
   // 2. The data: a file, the option X, or the list with its sample. BINORMAL takes the columns X,
   // Y and, unless C= gives it, RHO as one table.
   const bool pair = job.law.type == LawType::BINORMAL;
-  const std::size_t columns = !pair ? 1 : dist_real_given<"C">() ? 2 : 3;
+  const std::size_t columns = !pair ? 1 : DistOption::given<"C">() ? 2 : 3;
   RowReader reader(columns);
-  const double single_value = dist_real<"X">();
+  const double single_value = DistOption::real<"X">();
   std::span<const double> skip;
   const std::span<ListItem> list = SCNCOM.list();
   if (from_file) {
-    const int unit = dist_integer<"UNIT">();
-    const bool stream = dist_name<"FILE">().text.empty() && unit == IOCOM.L5;
+    const int unit = DistOption::integer<"UNIT">();
+    const bool stream = DistOption::named<"FILE">().text.empty() && unit == IOCOM.L5;
     if (!(stream ? reader.read_stream()
-                 : reader.read_file(dist_name<"FILE">().text.empty() ? unit : 0,
-                                    dist_name<"FILE">().typed))) {
+                 : reader.read_file(DistOption::named<"FILE">().text.empty() ? unit : 0,
+                                    DistOption::named<"FILE">().typed))) {
       return;
     }
     DATCOM.MBEG = 1;
@@ -181,9 +169,9 @@ void DISTR(Workspace ws) {
   // 3. Room for the results: a column a table, by observation.
   const std::int64_t tables = from_file || single || pair ? 1 : std::ssize(list);
   job.length = DATCOM.MEND;
-  Result pdf{&dist_name<"PDF">(), {}};
-  Result cdf{&dist_name<"CDF">(), {}};
-  Result critical{&dist_name<"CRITICAL">(), {}};
+  Result pdf{&DistOption::named<"PDF">(), {}};
+  Result cdf{&DistOption::named<"CDF">(), {}};
+  Result critical{&DistOption::named<"CRITICAL">(), {}};
   const bool want_pdf = !pdf.option->text.empty() && (inverse || has_density(job.law.type));
   const bool want_cdf = !cdf.option->text.empty() && !inverse;
   const bool want_critical = !critical.option->text.empty() && inverse;

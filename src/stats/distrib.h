@@ -27,30 +27,7 @@ inline constexpr auto DISTOPT = option_table(
 static_assert(DISTOPT.words.size() == 6 + 11 + 14 + 9);
 
 // Values of the running command by the word of the option.
-template <FixedText WORD>
-bool dist_flag() {
-  return OPTCOM.LOPT[DISTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-int dist_integer() {
-  return OPTCOM.IOPT[DISTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-bool dist_integer_given() {
-  return OPTCOM.igiven[DISTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-double dist_real() {
-  return OPTCOM.XOPT[DISTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-bool dist_real_given() {
-  return OPTCOM.xgiven[DISTOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-const NameOption& dist_name() {
-  return OPTCOM.VOPT[DISTOPT.place(WORD.view())];
-}
+using DistOption = OptionValues<DISTOPT>;
 
 // What the vectors of IMHOF and DAVIES need beside their variables: filled once, before the rows.
 struct LawRoom {

@@ -20,29 +20,30 @@ bool require(bool condition) { return condition || bad_parameters(); }
 
 template <FixedText WORD>
 bool positive() {
-  const double value = dist_real<WORD>();
-  return dist_real_given<WORD>() && value > 0.0 && std::isfinite(value);
+  const double value = DistOption::real<WORD>();
+  return DistOption::given<WORD>() && value > 0.0 && std::isfinite(value);
 }
 
 // MEAN and VARIANCE or STDEV, which must not contradict one another.
 bool take_moments(Law& law) {
-  double variance = dist_real<"VARIANCE">();
-  if (dist_real_given<"STDEV">()) {
-    const double s = dist_real<"STDEV">();
-    if (dist_real_given<"VARIANCE">() && std::fabs(s * s - variance) > 1e-6 * std::fabs(variance)) {
+  double variance = DistOption::real<"VARIANCE">();
+  if (DistOption::given<"STDEV">()) {
+    const double s = DistOption::real<"STDEV">();
+    if (DistOption::given<"VARIANCE">() &&
+        std::fabs(s * s - variance) > 1e-6 * std::fabs(variance)) {
       return bad_parameters();
     }
     if (!(s > 0.0)) return bad_parameters();
     variance = s * s;
   }
-  law.location = dist_real<"MEAN">();
+  law.location = DistOption::real<"MEAN">();
   law.scale = std::sqrt(variance);
   return require(variance > 0.0 && std::isfinite(variance) && std::isfinite(law.location));
 }
 
 // Non-centrality of F and CHI; that of T has either sign.
 bool take_centrality(Law& law) {
-  law.C = dist_real<"C">();
+  law.C = DistOption::real<"C">();
   if (law.C < 0.0) {
     fail<"(' ...ERROR..NEGATIVE NON-CENTRALITY PARAMETER C= ', G13.5)">(law.C);
     return false;
@@ -72,9 +73,9 @@ bool take_vector(Workspace ws, const NameOption& option, std::string_view word, 
 }
 
 bool take_imhof(Workspace ws, Law& law) {
-  if (!take_vector(ws, dist_name<"EIGENVAL">(), "EIGENVAL", 1, law.weights)) return false;
-  if (dist_integer_given<"NEIGEN">()) {
-    const int n = dist_integer<"NEIGEN">();
+  if (!take_vector(ws, DistOption::named<"EIGENVAL">(), "EIGENVAL", 1, law.weights)) return false;
+  if (DistOption::given<"NEIGEN">()) {
+    const int n = DistOption::integer<"NEIGEN">();
     if (n < 1 || static_cast<std::size_t>(n) > law.weights.size()) {
       fail(" ...INSUFFICIENT NUMBER OF ROOTS TO COMPUTE IMHOF");
       return false;
@@ -86,40 +87,40 @@ bool take_imhof(Workspace ws, Law& law) {
 
 // Without DFVECTOR one degree of freedom each, without NCENTR no non-centrality.
 bool take_davies(Workspace ws, Law& law, LawRoom& room) {
-  if (!take_vector(ws, dist_name<"LAMBDA">(), "LAMBDA", 1, law.weights)) return false;
+  if (!take_vector(ws, DistOption::named<"LAMBDA">(), "LAMBDA", 1, law.weights)) return false;
   const int n =
-      dist_integer_given<"N">() ? dist_integer<"N">() : static_cast<int>(law.weights.size());
+      DistOption::given<"N">() ? DistOption::integer<"N">() : static_cast<int>(law.weights.size());
   if (!require(n >= 1)) return false;
   const auto size = static_cast<std::size_t>(n);
-  if (!take_vector(ws, dist_name<"LAMBDA">(), "LAMBDA", size, law.weights)) return false;
+  if (!take_vector(ws, DistOption::named<"LAMBDA">(), "LAMBDA", size, law.weights)) return false;
   law.weights = law.weights.first(size);
   room.rank.resize(size);
   law.rank = room.rank;
-  if (dist_name<"DFVECTOR">().text.empty()) {
+  if (DistOption::named<"DFVECTOR">().text.empty()) {
     room.ones.assign(size, 1.0);
     law.dfs = room.ones;
-  } else if (!take_vector(ws, dist_name<"DFVECTOR">(), "DFVECTOR", size, law.dfs)) {
+  } else if (!take_vector(ws, DistOption::named<"DFVECTOR">(), "DFVECTOR", size, law.dfs)) {
     return false;
   }
-  if (dist_name<"NCENTR">().text.empty()) {
+  if (DistOption::named<"NCENTR">().text.empty()) {
     room.zeros.assign(size, 0.0);
     law.ncentr = room.zeros;
-  } else if (!take_vector(ws, dist_name<"NCENTR">(), "NCENTR", size, law.ncentr)) {
+  } else if (!take_vector(ws, DistOption::named<"NCENTR">(), "NCENTR", size, law.ncentr)) {
     return false;
   }
   law.dfs = law.dfs.first(size);
   law.ncentr = law.ncentr.first(size);
-  law.S = dist_real<"S">();
+  law.S = DistOption::real<"S">();
   law.N = n;
-  law.accuracy = dist_real<"ACCURACY">();
-  law.limit = dist_integer<"LIMIT">();
+  law.accuracy = DistOption::real<"ACCURACY">();
+  law.limit = DistOption::integer<"LIMIT">();
   return require(law.S >= 0.0 && std::isfinite(law.S) && law.accuracy > 0.0 && law.accuracy < 1.0 &&
                  law.limit >= 1);
 }
 
 bool take_burr(Law& law) {
-  law.K = dist_real<"K">();
-  law.C = dist_real<"C">();
+  law.K = DistOption::real<"K">();
+  law.C = DistOption::real<"C">();
   if (positive<"K">() && (law.type == LawType::BURRII || positive<"C">())) return true;
   fail(" ...ERROR..INVALID BURR PARAMETERS");
   return false;
@@ -127,8 +128,8 @@ bool take_burr(Law& law) {
 
 bool take_negative_binomial(Law& law, std::string_view word) {
   constexpr double whole_within = 1e-6;
-  law.P = dist_real<"P">();
-  law.K = word == "GEOMETRI" ? 1.0 : dist_real<"K">();
+  law.P = DistOption::real<"P">();
+  law.K = word == "GEOMETRI" ? 1.0 : DistOption::real<"K">();
   if (!(positive<"P">() && law.P <= 1.0 && law.K > 0.0 && std::isfinite(law.K))) {
     return bad_parameters();
   }
@@ -143,7 +144,7 @@ bool take_negative_binomial(Law& law, std::string_view word) {
 }  // namespace
 
 bool take_law(Workspace ws, Law& law, LawRoom& room, std::string_view& word) {
-  const NameOption& type = dist_name<"TYPE">();
+  const NameOption& type = DistOption::named<"TYPE">();
   const LawWord* const row = find_law(type.text);
   if (row == nullptr) {
     fail<"(' ...ERROR..UNKNOWN DISTRIBUTION..', A)">(type.text.substr(0, 64));
@@ -151,70 +152,70 @@ bool take_law(Workspace ws, Law& law, LawRoom& room, std::string_view& word) {
   }
   word = row->word;
   law.type = row->type;
-  law.P = dist_real<"P">();
-  law.Q = dist_real<"Q">();
-  law.K = dist_real<"K">();
+  law.P = DistOption::real<"P">();
+  law.Q = DistOption::real<"Q">();
+  law.K = DistOption::real<"K">();
   switch (law.type) {
     case LawType::NORMAL:
-      if (dist_integer_given<"DF">()) {
+      if (DistOption::given<"DF">()) {
         fail(" ...ERROR..DF= NOT VALID WITH NORMAL DISTRIBUTION");
         return false;
       }
       return take_moments(law);
     case LawType::T: {
-      const double H = dist_real<"H">();
-      law.df = word == "CAUCHY" ? 1.0 : dist_integer<"DF">();
-      law.location = dist_real<"MEAN">();
+      const double H = DistOption::real<"H">();
+      law.df = word == "CAUCHY" ? 1.0 : DistOption::integer<"DF">();
+      law.location = DistOption::real<"MEAN">();
       law.scale = 1.0 / std::sqrt(H);
-      law.C = dist_real<"C">();
+      law.C = DistOption::real<"C">();
       return require(law.df >= 1.0 && H > 0.0 && std::isfinite(law.scale) &&
                      std::isfinite(law.location) && std::isfinite(law.C));
     }
     case LawType::F:
-      law.df = dist_integer<"DF1">();
-      law.df2 = dist_integer<"DF2">();
+      law.df = DistOption::integer<"DF1">();
+      law.df2 = DistOption::integer<"DF2">();
       return require(law.df >= 1.0 && law.df2 >= 1.0) && take_centrality(law);
     case LawType::CHI:
-      law.df = dist_integer<"DF">();
+      law.df = DistOption::integer<"DF">();
       return require(law.df >= 1.0) && take_centrality(law);
     case LawType::BETA:
     case LawType::GAMMA:
     case LawType::WEIBULL:
       return require(positive<"P">() && positive<"Q">());
     case LawType::GG:
-      law.C = dist_real<"C">();
+      law.C = DistOption::real<"C">();
       return require(positive<"P">() && positive<"Q">() && positive<"C">());
     case LawType::IG2:
-      law.V = dist_real<"V">();
-      law.S = dist_real<"S">();
+      law.V = DistOption::real<"V">();
+      law.S = DistOption::real<"S">();
       if (positive<"V">() && positive<"S">()) return true;
       fail(" ...ERROR..INVALID IG2 PARAMETERS");
       return false;
     case LawType::EDGE:
-      law.skewness = dist_real<"SKEWNESS">();
-      law.kurtosis = dist_real<"KURTOSIS">();
+      law.skewness = DistOption::real<"SKEWNESS">();
+      law.kurtosis = DistOption::real<"KURTOSIS">();
       return take_moments(law) &&
              require(std::isfinite(law.skewness) && std::isfinite(law.kurtosis));
     case LawType::BINOMIAL:
-      law.N = word == "BERNOULL" ? 1.0 : dist_integer<"N">();
-      return require(dist_real_given<"P">() && law.P >= 0.0 && law.P <= 1.0 && law.N >= 1.0);
+      law.N = word == "BERNOULL" ? 1.0 : DistOption::integer<"N">();
+      return require(DistOption::given<"P">() && law.P >= 0.0 && law.P <= 1.0 && law.N >= 1.0);
     case LawType::NEGBIN:
       return take_negative_binomial(law, word);
     case LawType::HYPERGEO:
-      law.BIGN = dist_integer<"BIGN">();
-      law.BIGX = dist_integer<"BIGX">();
-      law.N = dist_integer<"N">();
+      law.BIGN = DistOption::integer<"BIGN">();
+      law.BIGX = DistOption::integer<"BIGX">();
+      law.N = DistOption::integer<"N">();
       return require(law.BIGN >= 1.0 && law.BIGX >= 0.0 && law.BIGX <= law.BIGN && law.N >= 1.0 &&
                      law.N <= law.BIGN);
     case LawType::POISSON:
     case LawType::EXPONENT:
-      law.location = dist_real<"MEAN">();
+      law.location = DistOption::real<"MEAN">();
       return require(positive<"MEAN">());
     case LawType::POWER:
-      law.C = dist_real<"C">();
+      law.C = DistOption::real<"C">();
       return require(positive<"C">());
     case LawType::PARETO:
-      law.C = dist_real<"C">();
+      law.C = DistOption::real<"C">();
       if (!positive<"C">()) {
         fail<"(' ...ERROR..INVALID PARETO PARAMETER C=', G13.5)">(law.C);
         return false;
@@ -239,7 +240,7 @@ bool take_law(Workspace ws, Law& law, LawRoom& room, std::string_view& word) {
     case LawType::SEMPIR:
       return take_moments(law);
     case LawType::BINORMAL:
-      law.C = dist_real<"C">();
+      law.C = DistOption::real<"C">();
       return true;
     case LawType::IMHOF:
       return take_imhof(ws, law);

@@ -46,7 +46,7 @@ void print_trace(const DaviesTrace& t) {
 }
 
 void print_table_heading(const DistribJob& job) {
-  if (dist_flag<"INVERSE">()) return say("PROBABILITY CRITICAL VALUE   PDF");
+  if (DistOption::chosen<"INVERSE">()) return say("PROBABILITY CRITICAL VALUE   PDF");
   if (job.law.type == LawType::EDGE) {
     return say(
         " DATA           Z       CDF(NOR)   CDF(EDGE) 1-CDF(EDGE)      PDF(NOR)     PDF(EDGE)");
@@ -117,7 +117,8 @@ RowValues tails_row(DistribJob& job, double x) {
       r.cdf = t.tails.below;
       r.tail = t.tails.above;
     }
-    if (job.law.type == LawType::DAVIES && dist_flag<"DUMP">() && OCOM.OPUT) print_trace(t.trace);
+    if (job.law.type == LawType::DAVIES && DistOption::chosen<"DUMP">() && OCOM.OPUT)
+      print_trace(t.trace);
   }
   if (job.list) say<"(1X, 3G13.5)">(x, shown(r.cdf), shown(r.tail));
   return r;
@@ -151,7 +152,7 @@ RowValues density_row(DistribJob& job, double x) {
 RowValues compute_row(DistribJob& job, const DistribTable& table, std::int64_t row) {
   const double x = table.at(table.x, row);
   const std::int64_t obs = table.first + row;
-  if (dist_flag<"INVERSE">()) return inverse_row(job, obs, x);
+  if (DistOption::chosen<"INVERSE">()) return inverse_row(job, obs, x);
   const bool pair = job.law.type == LawType::BINORMAL;
   const double y = pair ? table.at(table.y, row) : 0.0;
   const double rho = pair && !table.rho.empty() ? table.at(table.rho, row) : job.law.C;
@@ -187,8 +188,8 @@ void sort_values(DistribJob& job, const DistribTable& table) {
   for (const double v : values) mean += v / n;
   double squares = 0.0;
   for (const double v : values) squares += (v - mean) * (v - mean);
-  if (!dist_real_given<"MEAN">()) job.law.location = mean;
-  if (!dist_real_given<"VARIANCE">() && !dist_real_given<"STDEV">() && job.used > 1) {
+  if (!DistOption::given<"MEAN">()) job.law.location = mean;
+  if (!DistOption::given<"VARIANCE">() && !DistOption::given<"STDEV">() && job.used > 1) {
     job.law.scale = std::sqrt(squares / (n - 1.0));
   }
 }
@@ -240,7 +241,7 @@ void run_table(DistribJob& job, const DistribTable& table, std::int64_t number) 
   if (empirical(job) && job.used > 0 && job.law.scale > 0.0 && OCOM.OPUT) {
     say<"(' KOLMOGOROV-SMIRNOV TEST STATISTIC =', G13.5)">(kolmogorov_smirnov(job));
   }
-  if (!dist_flag<"LLF">() || !any) return;
+  if (!DistOption::chosen<"LLF">() || !any) return;
   if (!std::isfinite(job.LLF)) {
     return warn(" ...WARNING..A DENSITY IS ZERO OR INFINITE, THE LOG-LIKELIHOOD DOES NOT EXIST");
   }

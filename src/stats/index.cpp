@@ -39,8 +39,8 @@ bool take_series(Workspace ws, IndexJob& job) {
 }
 
 bool take_sample(Workspace ws, IndexJob& job) {
-  DATCOM.MBEG = std::max(index_integer<"BEG">(), 1);
-  DATCOM.MEND = index_integer<"END">();
+  DATCOM.MBEG = std::max(IndexOption::integer<"BEG">(), 1);
+  DATCOM.MEND = IndexOption::integer<"END">();
   CKSMPL(ws, SCNCOM.list());
   if (OCOM.ODONT) return false;
   if (DATCOM.MEND < DATCOM.MBEG) {
@@ -62,9 +62,9 @@ bool take_sample(Workspace ws, IndexJob& job) {
 
 // Periods of the moving average: NMA, for SMOOTH also the seasons. 0: none are wanted.
 int moving_periods() {
-  if (OPTCOM.igiven[INDEXOPT.place("NMA")]) return index_integer<"NMA">();
-  if (INPCOM.IKOD != K_SMOOTH || index_flag<"HPFILTER">()) return 0;
-  if (OPTCOM.igiven[INDEXOPT.place("NSPAN")]) return index_integer<"NSPAN">();
+  if (IndexOption::given<"NMA">()) return IndexOption::integer<"NMA">();
+  if (INPCOM.IKOD != K_SMOOTH || IndexOption::chosen<"HPFILTER">()) return 0;
+  if (IndexOption::given<"NSPAN">()) return IndexOption::integer<"NSPAN">();
   return DATCOM.ITIME2 != 0 && DATCOM.ITIME3 > 1 ? DATCOM.ITIME3 : 0;
 }
 
@@ -76,12 +76,12 @@ void INDEXC(Workspace ws) {
   const Trace trace("INDEXC");
   // 1. Options.
   OPTION_START(INDEXOPT.view());
-  OPTCOM.LOPT[INDEXOPT.place("MAX")] = OSCOM.OMXX;
-  OPTCOM.LOPT[INDEXOPT.place("DUMP")] = OSCOM.ODMMP;
+  IndexOption::set<"MAX">(OSCOM.OMXX);
+  IndexOption::set<"DUMP">(OSCOM.ODMMP);
   OPTION_SCAN(ws, INDEXOPT.view());
   if (OCOM.ODONT || OSCOM.OSCAN || name_lacking(INDEXOPT.view())) return;
   const bool smooths =
-      INPCOM.IKOD == K_SMOOTH || OPTCOM.igiven[INDEXOPT.place("NMA")] || index_flag<"HPFILTER">();
+      INPCOM.IKOD == K_SMOOTH || IndexOption::given<"NMA">() || IndexOption::chosen<"HPFILTER">();
   if (SCNCOM.NF == 0) {
     return say(smooths ? " COMMAND STRUCTURE: SMOOTH vars / options"
                        : " COMMAND STRUCTURE: INDEX p1 q1 p2 q2 ... / options");

@@ -24,18 +24,7 @@ inline constexpr auto INDEXOPT = option_table(
     variable("SAMAVE"), variable("SFAC"), variable("EMAVE"), variable("TREND"));
 static_assert(INDEXOPT.words.size() == 31);
 
-template <FixedText WORD>
-bool index_flag() {
-  return OPTCOM.LOPT[INDEXOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-int index_integer() {
-  return OPTCOM.IOPT[INDEXOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-const NameOption& index_name() {
-  return OPTCOM.VOPT[INDEXOPT.place(WORD.view())];
-}
+using IndexOption = OptionValues<INDEXOPT>;
 
 inline constexpr double NO_CELL = -99999.0;  // a cell that has no value
 

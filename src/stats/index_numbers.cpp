@@ -38,9 +38,9 @@ class Goods {
     double quantity = value(2 * good + 1, obs);
     const bool sound = price > 0.0 && std::isfinite(price);
     if (!sound || !std::isfinite(quantity)) quantity = 0.0;
-    if (sound && index_flag<"EXPENDIT">()) quantity /= price;
+    if (sound && IndexOption::chosen<"EXPENDIT">()) quantity /= price;
     const double p = std::isfinite(price) ? price : 0.0;
-    return index_flag<"QUANTITY">() ? Good{quantity, p} : Good{p, quantity};
+    return IndexOption::chosen<"QUANTITY">() ? Good{quantity, p} : Good{p, quantity};
   }
   double value(int series, int obs) const {
     return job_.series[static_cast<std::size_t>(series)].x[obs - 1];
@@ -86,10 +86,11 @@ double divisia_link(const Goods& goods, int before, int now) {
     const double p1 = goods.at(g, now).p;
     if (!(p0 > 0.0) || !(p1 > 0.0)) continue;
     const double w0 = goods.share(g, before, total_before);
-    const double w = index_flag<"ALTERN">() ? w0 : 0.5 * (w0 + goods.share(g, now, total_now));
-    sum += index_flag<"ARITHMET">() ? w * (p1 / p0 - 1.0) : w * std::log(p1 / p0);
+    const double w =
+        IndexOption::chosen<"ALTERN">() ? w0 : 0.5 * (w0 + goods.share(g, now, total_now));
+    sum += IndexOption::chosen<"ARITHMET">() ? w * (p1 / p0 - 1.0) : w * std::log(p1 / p0);
   }
-  return index_flag<"ARITHMET">() ? 1.0 + sum : std::exp(sum);
+  return IndexOption::chosen<"ARITHMET">() ? 1.0 + sum : std::exp(sum);
 }
 
 // ---- The base ----------------------------------------------------------------------------------
@@ -114,14 +115,14 @@ int base_observation(const IndexJob& job, const Goods& goods) {
     index_fail<"(' ...ERROR..INVALID BASE= OPTION')">();
     return 0;
   };
-  if (!OPTCOM.igiven[INDEXOPT.place("BASEYEAR")]) {
+  if (!IndexOption::given<"BASEYEAR">()) {
     for (int obs = DATCOM.MBEG; obs <= DATCOM.MEND; ++obs) {
       if (usable(job, goods, obs)) return obs;
     }
     index_fail<"(' ...ERROR..NO OBSERVATIONS FOUND')">();
     return 0;
   }
-  int base = index_integer<"BASEYEAR">();
+  int base = IndexOption::integer<"BASEYEAR">();
   Number typed = typed_base();
   if (DATCOM.ITIME2 != 0 && (typed.point || base >= DATCOM.ITIME1)) {
     if (!typed.point) {
@@ -173,7 +174,7 @@ void warn_prices(const Goods& goods, int obs) {
 }
 
 void form_rows(const IndexJob& job, const Goods& goods, int base, const Rows& rows) {
-  const bool chained = index_flag<"CHAINED">();
+  const bool chained = IndexOption::chosen<"CHAINED">();
   std::array<double, KINDS> level = {1.0, 1.0, 1.0, 1.0};  // of Divisia, Paasche, Laspeyres
   int before = 0;
   for (int obs = DATCOM.MBEG; obs <= DATCOM.MEND; ++obs) {
@@ -212,7 +213,7 @@ void form_rows(const IndexJob& job, const Goods& goods, int base, const Rows& ro
 // ---- Output ------------------------------------------------------------------------------------
 
 void print_heading(int from, int to) {
-  const bool quantity = index_flag<"QUANTITY">();
+  const bool quantity = IndexOption::chosen<"QUANTITY">();
   Line title;
   Line names;
   Line dashes;
@@ -270,7 +271,7 @@ const NameOption& stored_option(int k) {
 }
 
 void print_tables(const IndexJob& job, const Goods& goods, const Rows& rows, int base) {
-  if (index_flag<"CHAINED">()) say(" ALL INDEXES ARE CHAINED");
+  if (IndexOption::chosen<"CHAINED">()) say(" ALL INDEXES ARE CHAINED");
   say<"(' BASE PERIOD IS OBSERVATION ', I0)">(base);
   for (int k = 0; k < 2 * KINDS; ++k) {
     if (stored_option(k).text.empty()) continue;
@@ -283,8 +284,8 @@ void print_tables(const IndexJob& job, const Goods& goods, const Rows& rows, int
     print_rows(rows, 0, KINDS);
     print_rows(rows, KINDS, 2 * KINDS);
   }
-  if (index_flag<"LIST">() || index_flag<"MAX">()) print_shares(job, goods);
-  if (!index_flag<"DUMP">()) return;
+  if (IndexOption::chosen<"LIST">() || IndexOption::chosen<"MAX">()) print_shares(job, goods);
+  if (!IndexOption::chosen<"DUMP">()) return;
   say("     OBS.      WSUM      P         LOGP");
   for (int obs = DATCOM.MBEG; obs <= DATCOM.MEND; ++obs) {
     const double P = rows.at(obs, 0);

@@ -22,17 +22,19 @@ constexpr double ERR_PCOMP = 65011;
 void mark_error() { temporary(T_ERR) = ERR_PCOMP; }
 
 void settle_options() {
-  if (pc_flag<"MAX">()) {
-    OPTCOM.LOPT[PCOPT.place("LIST")] = OPTCOM.LOPT[PCOPT.place("PEVECTOR")] = true;
-    OPTCOM.LOPT[PCOPT.place("PFMATRIX")] = OPTCOM.LOPT[PCOPT.place("PRMATRIX")] = true;
-    OPTCOM.LOPT[PCOPT.place("PCOLLINE")] = true;
+  if (PcOption::chosen<"MAX">()) {
+    PcOption::set<"LIST">(true);
+    PcOption::set<"PEVECTOR">(true);
+    PcOption::set<"PFMATRIX">(true);
+    PcOption::set<"PRMATRIX">(true);
+    PcOption::set<"PCOLLINE">(true);
   }
 }
 
 PcForm form_of_options() {
-  if (pc_flag<"CORRELAT">()) return PcForm::Correlation;
-  if (pc_flag<"SCALED">()) return PcForm::Scaled;
-  return pc_flag<"RAW">() ? PcForm::Raw : PcForm::Covariance;
+  if (PcOption::chosen<"CORRELAT">()) return PcForm::Correlation;
+  if (PcOption::chosen<"SCALED">()) return PcForm::Scaled;
+  return PcOption::chosen<"RAW">() ? PcForm::Raw : PcForm::Covariance;
 }
 
 // The columns of the list: series, columns of matrices, matrices with all their columns.
@@ -57,8 +59,8 @@ bool take_columns(Workspace ws, PcJob& job) {
 }
 
 bool take_sample(Workspace ws, PcJob& job) {
-  DATCOM.MBEG = std::max(OPTCOM.IOPT[PCOPT.place("BEG")], 1);
-  DATCOM.MEND = OPTCOM.IOPT[PCOPT.place("END")];
+  DATCOM.MBEG = std::max(PcOption::integer<"BEG">(), 1);
+  DATCOM.MEND = PcOption::integer<"END">();
   CKSMPL(ws, SCNCOM.list());
   if (OCOM.ODONT) return false;
   if (DATCOM.MEND < DATCOM.MBEG) {
@@ -186,7 +188,7 @@ bool solve(PcJob& job, std::span<double> square, std::span<double> value, std::s
 
 // Factors kept. A value below MINEIGEN is dropped with its factor.
 int factors(const PcJob& job) {
-  const double least = OPTCOM.XOPT[PCOPT.place("MINEIGEN")];
+  const double least = PcOption::real<"MINEIGEN">();
   int m = 0;
   while (m < job.m && job.lambda(m) >= least) ++m;
   return m;
@@ -198,8 +200,8 @@ void PCOMC(Workspace ws) {
   const Trace trace("PCOMC");
   // 1. Options.
   OPTION_START(PCOPT.view());
-  OPTCOM.LOPT[PCOPT.place("MAX")] = OSCOM.OMXX;
-  OPTCOM.LOPT[PCOPT.place("DUMP")] = OSCOM.ODMMP;
+  PcOption::set<"MAX">(OSCOM.OMXX);
+  PcOption::set<"DUMP">(OSCOM.ODMMP);
   OPTION_SCAN(ws, PCOPT.view());
   if (OCOM.ODONT || OSCOM.OSCAN || name_lacking(PCOPT.view())) return;
   settle_options();
@@ -207,8 +209,8 @@ void PCOMC(Workspace ws) {
   PcJob job;
   job.print = OCOM.OPUT;
   job.form = form_of_options();
-  const int NCODE = OPTCOM.IOPT[PCOPT.place("NCODE")];
-  const int MAXFACTO = OPTCOM.IOPT[PCOPT.place("MAXFACTO")];
+  const int NCODE = PcOption::integer<"NCODE">();
+  const int MAXFACTO = PcOption::integer<"MAXFACTO">();
   if (NCODE < 0 || NCODE > 2 || MAXFACTO < 0) {
     mark_error();
     return fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(MAXFACTO < 0 ? "MAXFACTO"

@@ -22,14 +22,7 @@ inline constexpr auto PCOPT = option_table(
     variable("EVECTORS"), variable("PCINFORM"), variable("EVALUES"));
 static_assert(PCOPT.words.size() == 21);
 
-template <FixedText WORD>
-bool pc_flag() {
-  return OPTCOM.LOPT[PCOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-const NameOption& pc_name() {
-  return OPTCOM.VOPT[PCOPT.place(WORD.view())];
-}
+using PcOption = OptionValues<PCOPT>;
 
 // What the moment matrix is made of, and with it the columns of the components.
 enum class PcForm : std::uint8_t {

@@ -80,7 +80,7 @@ struct Information {
 };
 
 double vector_scale(const PcJob& job, int j) {
-  return pc_flag<"ESCALE">() ? std::sqrt(std::max(job.lambda(j), 0.0)) : 1.0;
+  return PcOption::chosen<"ESCALE">() ? std::sqrt(std::max(job.lambda(j), 0.0)) : 1.0;
 }
 
 // Belsley, Kuh and Welsch (1980), Regression Diagnostics, section 3.2: the share of value j in the
@@ -163,10 +163,10 @@ void print_communalities(Workspace ws, const PcJob& job, std::span<const double>
 
 void print_eigen(Workspace ws, const PcJob& job) {
   if (!job.print) return;
-  const bool rising = pc_flag<"ORDER">();
+  const bool rising = PcOption::chosen<"ORDER">();
   const auto listed = [&](int i) { return rising ? job.n - 1 - i : i; };
   const Information info(job);
-  if (pc_flag<"DUMP">()) {
+  if (PcOption::chosen<"DUMP">()) {
     say(" MOMENT MATRIX");
     print_packed(job.moment, job.n, name_of, &ws);
   }
@@ -178,7 +178,7 @@ void print_eigen(Workspace ws, const PcJob& job) {
              [&](int i) { return info.benchmark(i); });
   print_list(" CONDITION NUMBERS", job.n, [&](int i) { return info.number(listed(i)); });
   print_list(" CONDITION INDEXES", job.n, [&](int i) { return info.index(listed(i)); });
-  if (pc_flag<"PEVECTOR">()) {
+  if (PcOption::chosen<"PEVECTOR">()) {
     say(" EIGENVECTORS");
     for (int k = 0; k < job.n; ++k) {
       const int j = listed(k);
@@ -188,11 +188,11 @@ void print_eigen(Workspace ws, const PcJob& job) {
                  [&](int i) { return job.eigenvector(i, j) * vector_scale(job, j); });
     }
   }
-  if (pc_flag<"PCOLLINE">()) print_proportions(ws, job, info, rising);
+  if (PcOption::chosen<"PCOLLINE">()) print_proportions(ws, job, info, rising);
 }
 
 void print_factors(Workspace ws, PcJob& job, std::span<double> work) {
-  if (!job.print || (!pc_flag<"PFMATRIX">() && !pc_flag<"PRMATRIX">())) return;
+  if (!job.print || (!PcOption::chosen<"PFMATRIX">() && !PcOption::chosen<"PRMATRIX">())) return;
   for (int j = 0; j < job.m; ++j) {
     const double root = std::sqrt(std::max(job.lambda(j), 0.0));
     for (int i = 0; i < job.n; ++i) {
@@ -201,16 +201,16 @@ void print_factors(Workspace ws, PcJob& job, std::span<double> work) {
           M > 0.0 ? job.eigenvector(i, j) * root / std::sqrt(M) : 0.0;
     }
   }
-  if (pc_flag<"PFMATRIX">()) {
+  if (PcOption::chosen<"PFMATRIX">()) {
     say<"(' FACTOR MATRIX (', I0, ' FACTORS)')">(job.m);
     print_factor_table(ws, job);
   }
-  if (!pc_flag<"PRMATRIX">()) return;
+  if (!PcOption::chosen<"PRMATRIX">()) return;
   if (job.m == 1) return say<"(' ONLY ', I0, ' FACTOR RETAINED.  NO ROTATION')">(job.m);
   const auto n = static_cast<std::size_t>(job.n);
   const std::span<double> original = work.first(n);
   for (int i = 0; i < job.n; ++i) original[static_cast<std::size_t>(i)] = communality(job, i);
-  PCOMPV(job.factor, job.n, job.m, pc_flag<"MAX">(), work.subspan(n, n));
+  PCOMPV(job.factor, job.n, job.m, PcOption::chosen<"MAX">(), work.subspan(n, n));
   say<"(' ROTATED FACTOR MATRIX (', I0, ' FACTORS)')">(job.m);
   print_factor_table(ws, job);
   print_communalities(ws, job, original);
@@ -242,7 +242,7 @@ namespace {
 // What component j is multiplied by; negative: it has no variance to be divided by.
 double component_scale(const PcJob& job, int j) {
   const double root = std::sqrt(std::max(job.lambda(j), 0.0));
-  switch (OPTCOM.IOPT[PCOPT.place("NCODE")]) {
+  switch (PcOption::integer<"NCODE">()) {
     case 1:
       return root > 0.0 ? 1.0 / root : -1.0;
     case 2:
@@ -281,11 +281,11 @@ void component_block(const PcJob& job, std::int64_t from, std::int64_t n, double
 }  // namespace
 
 void list_components(Workspace ws, const PcJob& job) {
-  if (!job.print || !pc_flag<"LIST">()) return;
+  if (!job.print || !PcOption::chosen<"LIST">()) return;
   const Scratch room(ws, ROWS * job.m);
   if (!room) return;
   say<"('1OB. NO.', ' FIRST ', I0, ' PRINCIPAL COMPONENTS', ' NORMALIZATION CODE =', I0)">(
-      job.m, OPTCOM.IOPT[PCOPT.place("NCODE")]);
+      job.m, PcOption::integer<"NCODE">());
   const int a_line = OSCOM.OWIDE ? 8 : 5;
   double* const z = room.words().data();
   for (std::int64_t from = 0; from < job.rows; from += ROWS) {
@@ -325,7 +325,7 @@ void all_components(const PcJob& job, double* out, std::int64_t ld) {
 }  // namespace
 
 void store_components(Workspace ws, const PcJob& job) {
-  const NameOption& option = pc_name<"PCOMPONE">();
+  const NameOption& option = PcOption::named<"PCOMPONE">();
   if (option.text.empty()) return;
   std::int64_t words = 0;
   if (!checked_product(DATCOM.MEND, job.m, words)) {
@@ -357,18 +357,18 @@ void store_components(Workspace ws, const PcJob& job) {
 void store_eigen(Workspace ws, const PcJob& job) {
   const Information info(job);
   const auto n = static_cast<std::size_t>(job.n);
-  store_result(ws, pc_name<"EVALUES">(), SERIES, job.value);
-  if (!pc_name<"EVECTORS">().text.empty()) {
+  store_result(ws, PcOption::named<"EVALUES">(), SERIES, job.value);
+  if (!PcOption::named<"EVECTORS">().text.empty()) {
     const std::span<double> to =
-        result_variable(ws, pc_name<"EVECTORS">(), MATRIX2, std::ssize(job.vector), job.n);
+        result_variable(ws, PcOption::named<"EVECTORS">(), MATRIX2, std::ssize(job.vector), job.n);
     for (std::size_t k = 0; k < to.size(); ++k) {
       to[k] = job.vector[k] * vector_scale(job, static_cast<int>(k / n));
     }
   }
-  if (pc_name<"PCINFORM">().text.empty()) return;
+  if (PcOption::named<"PCINFORM">().text.empty()) return;
   constexpr int COLUMNS = 5;
-  const std::span<double> to =
-      result_variable(ws, pc_name<"PCINFORM">(), MATRIX2, std::int64_t{COLUMNS} * job.n, COLUMNS);
+  const std::span<double> to = result_variable(ws, PcOption::named<"PCINFORM">(), MATRIX2,
+                                               std::int64_t{COLUMNS} * job.n, COLUMNS);
   for (std::size_t k = 0; k < to.size() / COLUMNS; ++k) {
     const int i = static_cast<int>(k);
     to[k] = job.lambda(i);

@@ -55,23 +55,23 @@ int season(const Plan& plan, double obs) {
 }
 
 int seasons(int NMA) {
-  if (OPTCOM.igiven[INDEXOPT.place("NSPAN")]) return index_integer<"NSPAN">();
+  if (IndexOption::given<"NSPAN">()) return IndexOption::integer<"NSPAN">();
   return DATCOM.ITIME2 != 0 && DATCOM.ITIME3 > 1 ? DATCOM.ITIME3 : NMA;
 }
 
 bool settle(const IndexJob& job, int NMA, Plan& plan) {
   plan.NMA = NMA;
-  plan.additive = index_flag<"ADDITIVE">();
-  plan.LAMBDA = OPTCOM.XOPT[INDEXOPT.place("LAMBDA")];
+  plan.additive = IndexOption::chosen<"ADDITIVE">();
+  plan.LAMBDA = IndexOption::real<"LAMBDA">();
   const bool averages =
-      !index_flag<"HPFILTER">() || OPTCOM.igiven[INDEXOPT.place("NMA")] || NMA > 0;
+      !IndexOption::chosen<"HPFILTER">() || IndexOption::given<"NMA">() || NMA > 0;
   if (averages && (NMA < 1 || NMA >= job.N)) {
     index_fail<"(' ...ERROR..NMA= MUST BE POSITIVE AND LESS THAN ', I0)">(job.N);
     return false;
   }
   if (averages) plan.NSPAN = seasons(NMA);
-  const bool typed = OPTCOM.xgiven[INDEXOPT.place("WEIGHT")];
-  plan.W = typed ? OPTCOM.XOPT[INDEXOPT.place("WEIGHT")] : 2.0 / (NMA + 1.0);
+  const bool typed = IndexOption::given<"WEIGHT">();
+  plan.W = typed ? IndexOption::real<"WEIGHT">() : 2.0 / (NMA + 1.0);
   if (typed && !(plan.W >= 0.0 && plan.W <= 1.0)) {
     index_fail<"(' ...ERROR..SMOOTHING WEIGHT MUST BE BETWEEN 0 AND 1')">();
     return false;
@@ -80,7 +80,7 @@ bool settle(const IndexJob& job, int NMA, Plan& plan) {
     index_fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..NSPAN')">();
     return false;
   }
-  if (index_flag<"HPFILTER">() && !(plan.LAMBDA >= 0.0 && std::isfinite(plan.LAMBDA))) {
+  if (IndexOption::chosen<"HPFILTER">() && !(plan.LAMBDA >= 0.0 && std::isfinite(plan.LAMBDA))) {
     index_fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..LAMBDA')">();
     return false;
   }
@@ -127,7 +127,7 @@ void moving_average(const Plan& plan, Smoothed& s, std::span<double> sums, std::
   std::ranges::fill(s.MA, NO_CELL);
   if (n < w) return;
   window_sums(s.x, w, sums, work);
-  const bool central = index_flag<"CENTRAL">();
+  const bool central = IndexOption::chosen<"CENTRAL">();
   const std::int64_t half = w / 2;
   for (std::int64_t first = 0; first + w <= n; ++first) {
     const auto at = static_cast<std::size_t>(first);
@@ -258,14 +258,14 @@ void SMOOTHN(Workspace ws, const IndexJob& job, int NMA) {
   // 1. What is to be done, and room for it.
   Plan plan;
   if (!settle(job, NMA, plan)) return;
-  const bool filters = index_flag<"HPFILTER">();
+  const bool filters = IndexOption::chosen<"HPFILTER">();
   const bool averages = plan.NMA > 0;
   const std::int64_t columns = std::ssize(job.series);
-  Kept kept[] = {{&index_name<"MAVE">(), {}, averages ? DATCOM.MEND : 0},
-                 {&index_name<"SAMAVE">(), {}, averages ? DATCOM.MEND : 0},
-                 {&index_name<"SFAC">(), {}, averages ? plan.NSPAN : 0},
-                 {&index_name<"EMAVE">(), {}, averages ? DATCOM.MEND : 0},
-                 {&index_name<"TREND">(), {}, filters ? DATCOM.MEND : 0}};
+  Kept kept[] = {{&IndexOption::named<"MAVE">(), {}, averages ? DATCOM.MEND : 0},
+                 {&IndexOption::named<"SAMAVE">(), {}, averages ? DATCOM.MEND : 0},
+                 {&IndexOption::named<"SFAC">(), {}, averages ? plan.NSPAN : 0},
+                 {&IndexOption::named<"EMAVE">(), {}, averages ? DATCOM.MEND : 0},
+                 {&IndexOption::named<"TREND">(), {}, filters ? DATCOM.MEND : 0}};
   const std::int64_t results = averages ? 6 : 0;
   const std::int64_t hp = filters ? job.N + HPFILT_words(job.N, plan.LAMBDA) : 0;
   std::int64_t words = (2 + results) * job.N + std::int64_t{2} * plan.NSPAN + hp;

@@ -32,7 +32,7 @@ void StatColumn::set_label(std::string_view name, int column) {
 Counting counting(const SeriesMoments& m, bool weighted) {
   const auto N = static_cast<double>(m.n);
   if (!weighted || !(m.SWT > 0.0)) return {N, 1.0};
-  if (stat_flag<"REPLICAT">()) return {m.SWT, 1.0};
+  if (StatOption::chosen<"REPLICAT">()) return {m.SWT, 1.0};
   return {N, N / m.SWT};
 }
 
@@ -41,7 +41,7 @@ namespace {
 // Variance times 4**-exponent; negative: there is none.
 double scaled_variance(const SeriesMoments& m, bool weighted) {
   const Counting c = counting(m, weighted);
-  const double divisor = stat_flag<"DN">() ? c.N : c.N - 1.0;
+  const double divisor = StatOption::chosen<"DN">() ? c.N : c.N - 1.0;
   return m.n > 0 && divisor > 0.0 ? m.squares * c.scale / divisor : -1.0;
 }
 double existing(double v) { return std::isfinite(v) ? v : MACOM.XMISS; }
@@ -83,13 +83,13 @@ bool add_variable(Workspace ws, StatJob& job, int var, std::string_view name) {
     return false;
   }
   const bool matrix = place.ITYPE == MATRIX2 && place.N2 > 1;
-  if (place.ITYPE >= STRING5 || (stat_flag<"MATRIX">() && place.ITYPE > MATRIX2)) {
+  if (place.ITYPE >= STRING5 || (StatOption::chosen<"MATRIX">() && place.ITYPE > MATRIX2)) {
     return add_column(job, var, nullptr, 0, name, 0);
   }
   if (!matrix && place.ITYPE <= MATRIX2) {
     return add_column(job, var, data.data(), std::ssize(data), name, 0);
   }
-  if (!stat_flag<"MATRIX">()) {
+  if (!StatOption::chosen<"MATRIX">()) {
     add_column(job, var, data.data(), std::ssize(data), name, 0);
     job.columns.back().whole = true;
     return true;
@@ -103,12 +103,12 @@ bool add_variable(Workspace ws, StatJob& job, int var, std::string_view name) {
 }
 
 bool take_list(Workspace ws, StatJob& job) {
-  if (stat_flag<"ALL">()) {
+  if (StatOption::chosen<"ALL">()) {
     for (int i = 1; i <= DATCOM.NVARS; ++i) {
       const std::string_view name = right_trimmed(ws.VNAME(i));
       if (name.empty() || name == SKIPNAME || elements(ws, i).empty()) continue;
       const int type = INFO(ws, i).ITYPE;
-      if (type != SERIES && !(type == MATRIX2 && stat_flag<"MATRIX">())) continue;
+      if (type != SERIES && !(type == MATRIX2 && StatOption::chosen<"MATRIX">())) continue;
       if (!add_variable(ws, job, i, name)) return false;
     }
   }
@@ -117,6 +117,8 @@ bool take_list(Workspace ws, StatJob& job) {
       fail(" ...ERROR..LAGS AND GROUPS ARE NOT ALLOWED IN STAT");
       return false;
     }
+    const auto taken = [&](const StatColumn& c) { return c.var == item.var; };
+    if (StatOption::chosen<"ALL">() && std::ranges::any_of(job.columns, taken)) continue;
     if (!add_variable(ws, job, item.var, item.name.empty() ? NAME(ws, item.var) : item.name)) {
       return false;
     }
@@ -130,10 +132,10 @@ bool take_list(Workspace ws, StatJob& job) {
 // groups of different size stand in variables of different length. END= typed holds for all of
 // them.
 bool take_range(Workspace ws, StatJob& job) {
-  const bool typed = OPTCOM.igiven[STATOPT.place("END")] || stat_integer<"OBS">() > 0;
-  DATCOM.MBEG = std::max(stat_integer<"BEG">(), 1);
-  DATCOM.MEND = stat_integer<"END">();
-  if (const int obs = stat_integer<"OBS">(); obs > 0) {
+  const bool typed = StatOption::given<"END">() || StatOption::integer<"OBS">() > 0;
+  DATCOM.MBEG = std::max(StatOption::integer<"BEG">(), 1);
+  DATCOM.MEND = StatOption::integer<"END">();
+  if (const int obs = StatOption::integer<"OBS">(); obs > 0) {
     const std::int64_t last = std::int64_t{DATCOM.MBEG} + obs - 1;
     DATCOM.MEND = static_cast<int>(std::min<std::int64_t>(last, 999999999));
   }
@@ -173,15 +175,19 @@ bool take_range(Workspace ws, StatJob& job) {
 
 // Matrix elements are no observations: nothing that goes by rows can use them.
 bool rows_wanted() {
-  return stat_flag<"PCORRELA">() || stat_flag<"PCOVARIA">() || stat_flag<"PCPRODUC">() ||
-         stat_flag<"PCPDEV">() || stat_flag<"PRANKCOR">() || stat_flag<"SAMEOBS">() ||
-         !stat_name<"CORRELAT">().text.empty() || !stat_name<"COVARIAN">().text.empty() ||
-         !stat_name<"CPRODUCT">().text.empty() || !stat_name<"CPDEVIAT">().text.empty() ||
-         !stat_name<"RANKCORR">().text.empty() || !stat_name<"MOMENTS">().text.empty();
+  return StatOption::chosen<"PCORRELA">() || StatOption::chosen<"PCOVARIA">() ||
+         StatOption::chosen<"PCPRODUC">() || StatOption::chosen<"PCPDEV">() ||
+         StatOption::chosen<"PRANKCOR">() || StatOption::chosen<"SAMEOBS">() ||
+         !StatOption::named<"CORRELAT">().text.empty() ||
+         !StatOption::named<"COVARIAN">().text.empty() ||
+         !StatOption::named<"CPRODUCT">().text.empty() ||
+         !StatOption::named<"CPDEVIAT">().text.empty() ||
+         !StatOption::named<"RANKCORR">().text.empty() ||
+         !StatOption::named<"MOMENTS">().text.empty();
 }
 
 bool take_weight(Workspace ws, StatJob& job) {
-  const NameOption& option = stat_name<"WEIGHT">();
+  const NameOption& option = StatOption::named<"WEIGHT">();
   if (option.text.empty()) return true;
   const std::span<double> data = option.var > 0 ? elements(ws, option.var) : std::span<double>{};
   if (data.empty() || INFO(ws, option.var).ITYPE > MATRIX2) {
@@ -189,10 +195,9 @@ bool take_weight(Workspace ws, StatJob& job) {
     return false;
   }
   const bool whole = std::ranges::any_of(job.columns, [](const StatColumn& c) { return c.whole; });
-  if (whole || stat_flag<"ANOVA">() || stat_flag<"BARTLETT">() || stat_flag<"BEHRENSF">() ||
-      stat_flag<"NPARAM">()) {
-    fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
-    return false;
+  if (whole || StatOption::chosen<"ANOVA">() || StatOption::chosen<"BARTLETT">() ||
+      StatOption::chosen<"BEHRENSF">() || StatOption::chosen<"NPARAM">()) {
+    return incompatible_options();
   }
   if (std::ssize(data) < DATCOM.MEND) {
     fail(" ....ERROR..WEIGHT VECTOR TOO SHORT");
@@ -285,10 +290,12 @@ bool take_common(StatJob& job, std::span<double> marks, std::span<double> work) 
   return true;
 }
 
-bool needs_common() { return rows_wanted() || stat_flag<"ANOVA">() || stat_flag<"NPARAM">(); }
+bool needs_common() {
+  return rows_wanted() || StatOption::chosen<"ANOVA">() || StatOption::chosen<"NPARAM">();
+}
 
 void settle_max() {
-  if (!stat_flag<"MAX">()) return;
+  if (!StatOption::chosen<"MAX">()) return;
   for (const char* word :
        {"PCORRELA", "PCOVARIA", "PCPRODUC", "PCPDEV", "PRANKCOR", "PMEDIAN", "LIST"}) {
     int place = 0;
@@ -306,16 +313,17 @@ void STATS(Workspace ws) {
   const Trace trace("STATS");
   // 1. Options.
   OPTION_START(STATOPT.view());
-  OPTCOM.LOPT[STATOPT.place("MAX")] = OSCOM.OMXX;
-  OPTCOM.LOPT[STATOPT.place("DUMP")] = OSCOM.ODMMP;
-  OPTCOM.LOPT[STATOPT.place("WIDE")] = OSCOM.OWIDE;
+  StatOption::set<"MAX">(OSCOM.OMXX);
+  StatOption::set<"DUMP">(OSCOM.ODMMP);
+  StatOption::set<"WIDE">(OSCOM.OWIDE);
   OPTION_SCAN(ws, STATOPT.view());
   if (OCOM.ODONT || OSCOM.OSCAN || name_lacking(STATOPT.view())) return;
   settle_max();
   StatJob job;
   job.print = OCOM.OPUT;
   job.missing = OSCOM.OSMISS;
-  if (SCNCOM.NF == 0 && !stat_flag<"ALL">()) return say(" COMMAND STRUCTURE: STAT vars / options");
+  if (SCNCOM.NF == 0 && !StatOption::chosen<"ALL">())
+    return say(" COMMAND STRUCTURE: STAT vars / options");
   // 2. The list and the sample.
   if (!take_list(ws, job) || !take_range(ws, job)) return;
   for (const StatColumn& c : job.columns) {
@@ -355,7 +363,7 @@ void STATS(Workspace ws) {
     std::copy_n(job.marks.begin(), own_marks, common_room.words().begin());
   }
   if (needs_common() && !take_common(job, common_room.words(), work.words())) return;
-  if (stat_flag<"SAMEOBS">()) {
+  if (StatOption::chosen<"SAMEOBS">()) {
     if (job.print) say("USING COMMON OBSERVATIONS");
     job.moments = job.common;
     job.marks = job.common_marks;
@@ -366,16 +374,16 @@ void STATS(Workspace ws) {
     if (job.print) say(" NO OBSERVATIONS FOUND");
   }
   // 4. Tables and matrices.
-  if (job.print && stat_flag<"LIST">()) print_statistics(job);
-  if (stat_flag<"SAMPSIZE">() && job.print) print_sample_sizes(job);
+  if (job.print && StatOption::chosen<"LIST">()) print_statistics(job);
+  if (StatOption::chosen<"SAMPSIZE">() && job.print) print_sample_sizes(job);
   make_sorted(ws, job);
   if (OCOM.ODONT || stop_requested()) return;
   make_matrices(ws, job);
   // 5. Tests.
-  if (stat_flag<"ANOVA">() && !OCOM.ODONT) make_anova(ws, job);
-  if (stat_flag<"BARTLETT">() && !OCOM.ODONT) make_bartlett(job);
-  if (stat_flag<"NPARAM">() && !OCOM.ODONT) make_rank_tests(ws, job);
-  if ((stat_flag<"NPARAM">() || stat_flag<"BEHRENSF">()) && !OCOM.ODONT) {
+  if (StatOption::chosen<"ANOVA">() && !OCOM.ODONT) make_anova(ws, job);
+  if (StatOption::chosen<"BARTLETT">() && !OCOM.ODONT) make_bartlett(job);
+  if (StatOption::chosen<"NPARAM">() && !OCOM.ODONT) make_rank_tests(ws, job);
+  if ((StatOption::chosen<"NPARAM">() || StatOption::chosen<"BEHRENSF">()) && !OCOM.ODONT) {
     make_two_samples(ws, job);
   }
   // 6. Vector results.

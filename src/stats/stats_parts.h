@@ -29,18 +29,7 @@ inline constexpr auto STATOPT = option_table(
     variable("MEDIANS"), variable("MODES"));
 static_assert(STATOPT.words.size() == 41);
 
-template <FixedText WORD>
-bool stat_flag() {
-  return OPTCOM.LOPT[STATOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-const NameOption& stat_name() {
-  return OPTCOM.VOPT[STATOPT.place(WORD.view())];
-}
-template <FixedText WORD>
-int stat_integer() {
-  return OPTCOM.IOPT[STATOPT.place(WORD.view())];
-}
+using StatOption = OptionValues<STATOPT>;
 
 // A column of the list, from the first observation of the range on.
 struct StatColumn {

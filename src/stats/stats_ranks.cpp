@@ -200,13 +200,13 @@ void make_rank_tests(Workspace ws, StatJob& job) {
 void make_two_samples(Workspace, StatJob& job) {
   if (job.K() != 2) {
     // NPARAM has said all that there is for more than two samples.
-    if (stat_flag<"BEHRENSF">()) fail(" ...ERROR..BEHRENSF COMPARES TWO VARIABLES");
+    if (StatOption::chosen<"BEHRENSF">()) fail(" ...ERROR..BEHRENSF COMPARES TWO VARIABLES");
     return;
   }
   if (job.print) say("  DIFFERENCE BETWEEN TWO SAMPLES TESTS:");
-  if (stat_flag<"NPARAM">()) give_t_test(job, true);
-  if (stat_flag<"BEHRENSF">()) give_t_test(job, false);
-  if (stat_flag<"NPARAM">()) sign_test(job);
+  if (StatOption::chosen<"NPARAM">()) give_t_test(job, true);
+  if (StatOption::chosen<"BEHRENSF">()) give_t_test(job, false);
+  if (StatOption::chosen<"NPARAM">()) sign_test(job);
 }
 
 }  // namespace korvel

@@ -9,18 +9,6 @@
 
 namespace korvel {
 
-bool name_lacking(std::span<const OptionWord> table) {
-  std::size_t place = 0;
-  for (const OptionWord& w : table) {
-    if (w.kind != OptionKind::Variable) continue;
-    if (OPTCOM.VOPT[place++].text == "********") {
-      fail<"(' ...ERROR..IN RIGHT HAND SIDE OF OPTION..', A)">(w.word);
-      return true;
-    }
-  }
-  return false;
-}
-
 std::span<double> result_variable(Workspace ws, const NameOption& option, VarType type,
                                   std::int64_t length, int columns) {
   std::string_view name = option.typed;

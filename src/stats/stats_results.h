@@ -8,9 +8,6 @@
 
 namespace korvel {
 
-// True, after the error line, when a name option was given without a name.
-bool name_lacking(std::span<const OptionWord> table);
-
 // Makes the variable of a name option (`NAME:n`: column n of a matrix) with the missing code in all
 // elements. Empty when the option was not given or after a failure.
 std::span<double> result_variable(Workspace ws, const NameOption& option, VarType type,

@@ -91,14 +91,14 @@ void print_stems(std::string_view name, std::span<const double> x, int digits) {
 }  // namespace
 
 void make_sorted(Workspace ws, StatJob& job) {
-  const NameOption& medians = stat_name<"MEDIANS">();
-  const NameOption& modes = stat_name<"MODES">();
-  const int digits = stat_integer<"STEMPLOT">();
+  const NameOption& medians = StatOption::named<"MEDIANS">();
+  const NameOption& modes = StatOption::named<"MODES">();
+  const int digits = StatOption::integer<"STEMPLOT">();
   if (digits < 0 || digits > MOST_STEM_DIGITS) {
     return fail(" ...ERROR..IN RIGHT HAND SIDE OF OPTION..STEMPLOT");
   }
-  const bool printed =
-      job.print && (stat_flag<"PMEDIAN">() || stat_flag<"PFREQUEN">() || digits > 0);
+  const bool printed = job.print && (StatOption::chosen<"PMEDIAN">() ||
+                                     StatOption::chosen<"PFREQUEN">() || digits > 0);
   if (!printed && medians.text.empty() && modes.text.empty()) return;
   std::int64_t most = 0;
   for (const SeriesMoments& m : job.moments) most = std::max(most, m.n);
@@ -121,11 +121,11 @@ void make_sorted(Workspace ws, StatJob& job) {
     const SortStatistics s = sort_statistics(x);
     middle[c] = s.median;
     if (s.frequency > 1) frequent[c] = s.mode;
-    if (job.print && stat_flag<"PMEDIAN">()) {
+    if (job.print && StatOption::chosen<"PMEDIAN">()) {
       say<"('  VARIABLE = ', A)">(job.columns[c].name());
       print_sort_statistics(s);
     }
-    if (job.print && stat_flag<"PFREQUEN">()) print_frequencies(job.columns[c].name(), x);
+    if (job.print && StatOption::chosen<"PFREQUEN">()) print_frequencies(job.columns[c].name(), x);
     if (job.print && digits > 0) print_stems(job.columns[c].name(), x, digits);
     if (stop_requested()) return;
   }

@@ -53,9 +53,10 @@ void print_row(const StatColumn& column, const SeriesMoments& m, bool weighted) 
   else
     row.put<"(2G13.5)">(deviation, stat_variance(m, weighted));
   row.put<"(2G13.5)">(m.least, m.most);
-  if (stat_flag<"WIDE">()) row.put<"(G13.5, I8)">(variation(m, deviation), constant_digits(m));
+  if (StatOption::chosen<"WIDE">())
+    row.put<"(G13.5, I8)">(variation(m, deviation), constant_digits(m));
   OUTLINE();
-  if (stat_flag<"DUMP">()) {
+  if (StatOption::chosen<"DUMP">()) {
     say<"(' SUM OF WEIGHTS=', G13.5, ' SUM=', G13.5, ' SUM OF SQUARES=', G13.5)">(
         m.SWT, m.sum, std::ldexp(m.squares, 2 * m.exponent));
   }
@@ -68,7 +69,7 @@ void print_statistics(const StatJob& job) {
   Line head;
   head.put<"(' NAME        N   MEAN        ST. DEV      VARIANCE')">();
   head.put<"('     MINIMUM      MAXIMUM')">();
-  if (stat_flag<"WIDE">()) head.put<"(' COEF.OF.VARIATION CONSTANT-DIGITS')">();
+  if (StatOption::chosen<"WIDE">()) head.put<"(' COEF.OF.VARIATION CONSTANT-DIGITS')">();
   OUTLINE();
   for (std::size_t c = 0; c < job.columns.size(); ++c) {
     print_row(job.columns[c], job.moments[c], job.weight != nullptr);
@@ -79,8 +80,8 @@ void print_statistics(const StatJob& job) {
 // mean is 0) with 95 percent confidence: n = (1.96 s / margin)^2, and without replacement from NP
 // units n / (1 + n/NP). Cochran (1977), Sampling Techniques, formulas 4.2 and 4.3.
 void print_sample_sizes(const StatJob& job) {
-  const auto NP = static_cast<double>(stat_integer<"NPOP">());
-  say<"(' SAMPLE SIZE ESTIMATION: NP=', I0)">(stat_integer<"NPOP">());
+  const auto NP = static_cast<double>(StatOption::integer<"NPOP">());
+  say<"(' SAMPLE SIZE ESTIMATION: NP=', I0)">(StatOption::integer<"NPOP">());
   say(" VARIABLE   ERROR MARGIN(+-)  N(W REPL)     N(WO REPL)");
   for (std::size_t c = 0; c < job.columns.size(); ++c) {
     const SeriesMoments& m = job.moments[c];
@@ -108,13 +109,14 @@ void store_vectors(Workspace ws, StatJob& job) {
     }
     store_result(ws, option, SERIES, job.values);
   };
-  store(stat_name<"MEANS">(), [](const SeriesMoments& m) { return m.mean; });
-  store(stat_name<"VARIANCE">(),
+  store(StatOption::named<"MEANS">(), [](const SeriesMoments& m) { return m.mean; });
+  store(StatOption::named<"VARIANCE">(),
         [&](const SeriesMoments& m) { return stat_variance(m, weighted); });
-  store(stat_name<"STDEVS">(), [&](const SeriesMoments& m) { return stat_deviation(m, weighted); });
-  store(stat_name<"MINIMUMS">(), [](const SeriesMoments& m) { return m.least; });
-  store(stat_name<"MAXIMUMS">(), [](const SeriesMoments& m) { return m.most; });
-  store(stat_name<"SUMS">(),
+  store(StatOption::named<"STDEVS">(),
+        [&](const SeriesMoments& m) { return stat_deviation(m, weighted); });
+  store(StatOption::named<"MINIMUMS">(), [](const SeriesMoments& m) { return m.least; });
+  store(StatOption::named<"MAXIMUMS">(), [](const SeriesMoments& m) { return m.most; });
+  store(StatOption::named<"SUMS">(),
         [&](const SeriesMoments& m) { return m.sum * counting(m, weighted).scale; });
 }
 
@@ -169,7 +171,7 @@ struct Matrices {
 
 // Raw moments with a column of ones before the last variable: what MOMENTS= of OLS reads.
 void store_moments(const Matrices& all) {
-  if (stat_name<"MOMENTS">().text.empty()) return;
+  if (StatOption::named<"MOMENTS">().text.empty()) return;
   const int K = all.job.K();
   all.fill_raw();
   std::vector<double> with_ones(packed_words(K + 1));
@@ -182,7 +184,7 @@ void store_moments(const Matrices& all) {
     with_ones[packed(place(i), K)] = sum * all.count.scale;
   }
   with_ones[packed(K, K)] = all.count.N;
-  store_result(all.ws, stat_name<"MOMENTS">(), SYMMETRIC, with_ones, K + 1);
+  store_result(all.ws, StatOption::named<"MOMENTS">(), SYMMETRIC, with_ones, K + 1);
 }
 
 // The ranks of one column's common rows, tied values averaged, in the rows' order. Returns how
@@ -202,12 +204,12 @@ std::size_t RANKS(const SeriesRows& rows, std::span<double> ranks, std::span<dou
 }
 
 void rank_correlations(Workspace ws, const StatJob& job, const Matrices& all) {
-  if (!stat_flag<"PRANKCOR">() && stat_name<"RANKCORR">().text.empty()) return;
+  if (!StatOption::chosen<"PRANKCOR">() && StatOption::named<"RANKCORR">().text.empty()) return;
   const auto n = static_cast<std::size_t>(job.common_n);
   const auto K = static_cast<std::size_t>(job.K());
   if (n < 2) {
     all.fill_missing();
-    return store_result(ws, stat_name<"RANKCORR">(), SYMMETRIC, all.out, job.K());
+    return store_result(ws, StatOption::named<"RANKCORR">(), SYMMETRIC, all.out, job.K());
   }
   const auto each = static_cast<std::int64_t>(n);
   std::int64_t words = 0;
@@ -233,22 +235,25 @@ void rank_correlations(Workspace ws, const StatJob& job, const Matrices& all) {
   common_cross({.x = column, .rows = each}, moments, rest, all.out);
   correlations(all.out, job.K(), variances);
   all.give<"(' SPEARMAN RANK CORRELATION MATRIX - ', I8, ' OBSERVATIONS')">(
-      stat_flag<"PRANKCOR">(), stat_name<"RANKCORR">());
+      StatOption::chosen<"PRANKCOR">(), StatOption::named<"RANKCORR">());
 }
 
 bool moments_wanted() {
-  return stat_flag<"PCORRELA">() || stat_flag<"PCOVARIA">() || stat_flag<"PCPRODUC">() ||
-         stat_flag<"PCPDEV">() || !stat_name<"CORRELAT">().text.empty() ||
-         !stat_name<"COVARIAN">().text.empty() || !stat_name<"CPRODUCT">().text.empty() ||
-         !stat_name<"CPDEVIAT">().text.empty() || !stat_name<"MOMENTS">().text.empty();
+  return StatOption::chosen<"PCORRELA">() || StatOption::chosen<"PCOVARIA">() ||
+         StatOption::chosen<"PCPRODUC">() || StatOption::chosen<"PCPDEV">() ||
+         !StatOption::named<"CORRELAT">().text.empty() ||
+         !StatOption::named<"COVARIAN">().text.empty() ||
+         !StatOption::named<"CPRODUCT">().text.empty() ||
+         !StatOption::named<"CPDEVIAT">().text.empty() ||
+         !StatOption::named<"MOMENTS">().text.empty();
 }
 
 }  // namespace
 
 void make_matrices(Workspace ws, StatJob& job) {
   const bool moments = moments_wanted();
-  if (OCOM.ODONT ||
-      (!moments && !stat_flag<"PRANKCOR">() && stat_name<"RANKCORR">().text.empty())) {
+  if (OCOM.ODONT || (!moments && !StatOption::chosen<"PRANKCOR">() &&
+                     StatOption::named<"RANKCORR">().text.empty())) {
     return;
   }
   const int K = job.K();
@@ -273,15 +278,15 @@ void make_matrices(Workspace ws, StatJob& job) {
     const bool some = job.common_n > 0;
     some ? all.fill_raw() : all.fill_missing();
     all.give<"(' CROSSPRODUCT MATRIX OF VARIABLES -', I8, ' OBSERVATIONS')">(
-        some && stat_flag<"PCPRODUC">(), stat_name<"CPRODUCT">());
+        some && StatOption::chosen<"PCPRODUC">(), StatOption::named<"CPRODUCT">());
     some ? all.fill(1.0) : all.fill_missing();
     all.give<"(' CROSSPRODUCT MATRIX IN DEVIATIONS -', I8, ' OBSERVATIONS')">(
-        some && stat_flag<"PCPDEV">(), stat_name<"CPDEVIAT">());
-    const double divisor = stat_flag<"DN">() ? all.count.N : all.count.N - 1.0;
+        some && StatOption::chosen<"PCPDEV">(), StatOption::named<"CPDEVIAT">());
+    const double divisor = StatOption::chosen<"DN">() ? all.count.N : all.count.N - 1.0;
     const bool spread = some && divisor > 0.0;
     spread ? all.fill(divisor) : all.fill_missing();
     all.give<"('  COVARIANCE MATRIX OF VARIABLES -', I8, ' OBSERVATIONS')">(
-        spread && stat_flag<"PCOVARIA">(), stat_name<"COVARIAN">());
+        spread && StatOption::chosen<"PCOVARIA">(), StatOption::named<"COVARIAN">());
     if (spread) {
       std::ranges::copy(cross, out.begin());
       correlations(out, K, room.take(static_cast<std::size_t>(K)));
@@ -289,7 +294,7 @@ void make_matrices(Workspace ws, StatJob& job) {
       all.fill_missing();
     }
     all.give<"('  CORRELATION MATRIX OF VARIABLES -', I8, ' OBSERVATIONS')">(
-        spread && stat_flag<"PCORRELA">(), stat_name<"CORRELAT">());
+        spread && StatOption::chosen<"PCORRELA">(), StatOption::named<"CORRELAT">());
     if (some) store_moments(all);
   }
   rank_correlations(ws, job, all);
