@@ -185,6 +185,15 @@ void plain_table(std::ostream& out, const Part& part) {
               "  ";
     }
     if (!any) continue;
+    if (lead.size() > WIDTH) {  // no columns are left: one cell behind the other
+      std::string text;
+      for (std::size_t c = 0; c < row.size(); ++c) {
+        if (row[c].empty()) continue;
+        text += (text.empty() ? "" : c == 1 ? ": " : ", ") + plain(row[c]);
+      }
+      wrap(out, text, "  ", 6);
+      continue;
+    }
     std::size_t hang = 2;
     for (std::size_t c = 0; c + 1 < columns; ++c) hang += std::min(width[c], WIDEST) + 2;
     wrap(out, row.empty() ? "" : plain(row.back()), lead, std::min(hang, WIDTH / 2));

@@ -271,6 +271,7 @@ void leave_loop(Workspace ws) {
   auto loop = std::find_if(s.list.rbegin(), s.list.rend(),
                            [](const Level& level) { return !level.procedure; });
   if (loop == s.list.rend()) return;
+  if (OCOM.OPUT) say<"(' ...NOTE..DO LOOP ENDED AT  ', A)">(value_text(loop->value));
   const auto keep = static_cast<std::size_t>(s.list.rend() - loop) - 1;
   close_command_inputs_from(s.list[keep].text);
   s.list.resize(keep + 1);

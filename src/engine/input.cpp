@@ -151,6 +151,9 @@ bool system_line(std::string_view line) {
   return BUFFER.length == 0 && at != std::string_view::npos && line[at] == '$';
 }
 
+// Characters of a physical line that count.
+std::size_t length_limit() { return static_cast<std::size_t>(INPCOM.LCOLEN); }
+
 void warn_too_long() {
   warn<"(' ...WARNING..COMMAND MAY BE NEAR OR OVER THE ', I0, ' CHARACTER LIMIT')">(LINMAX);
 }
@@ -158,8 +161,7 @@ void warn_too_long() {
 // Appends a physical line, tabs blanked and [NAME] of character variables replaced. What was put in
 // is not looked at again. False when the limit was met.
 bool append(Workspace ws, std::string_view line) {
-  if (!in_body() && !system_line(line))
-    line = line.substr(0, static_cast<std::size_t>(INPCOM.LCOLEN));
+  if (!in_body() && !system_line(line)) line = line.substr(0, length_limit());
   line = right_trimmed(line);
   if (BUFFER.pieces < MAXPIECES)
     BUFFER.piece[static_cast<std::size_t>(BUFFER.pieces++)] = BUFFER.length;
@@ -290,21 +292,22 @@ bool read_command(Workspace ws) {
   bool room = append(ws, line);
   blank_tabs(0);
   trim_buffer();
-  while (!single && BUFFER.length > 0 && typed_at(BUFFER.length - 1) == '&') {
+  // Beyond the limit lines are read, since they belong to the command, and dropped; the "&" of the
+  // line that met it may have been cut off.
+  const auto continued = [&] {
+    if (!room) return right_trimmed(line.substr(0, length_limit())).ends_with('&');
+    return BUFFER.length > 0 && typed_at(BUFFER.length - 1) == '&';
+  };
+  while (!single && continued()) {
     if (first_nonblank(0) == BUFFER.length - 1 && BUFFER.pieces == 1) break;  // the toggle "&"
-    BUFFER.typed[static_cast<std::size_t>(BUFFER.length) - 1] = ' ';
+    char& last = BUFFER.typed[static_cast<std::size_t>(BUFFER.length) - 1];
+    if (last == '&') last = ' ';
     if (!read_physical(line)) {
       trim_buffer();
       break;
     }
     const int from = BUFFER.length;
-    if (room) {
-      room = append(ws, line);
-    } else {
-      // Beyond the limit lines are read, since they belong to the command, and dropped.
-      BUFFER.typed[static_cast<std::size_t>(BUFFER.length) - 1] =
-          right_trimmed(line).ends_with('&') ? '&' : ' ';
-    }
+    if (room) room = append(ws, line);
     blank_tabs(from);
     if (BUFFER.length > from) trim_buffer();
   }
@@ -321,15 +324,19 @@ bool read_stored_line(BodyLine& out) {
     if (!read_physical(line)) return false;
   } while (line.find_first_not_of(" \t\r") == std::string_view::npos);
   const auto cut = [](std::string_view text) {
-    return right_trimmed(text.substr(0, static_cast<std::size_t>(INPCOM.LCOLEN)));
+    return right_trimmed(text.substr(0, length_limit()));
   };
   out.line = inputs().stack.back()->line_number();
   const bool single = never_continued(line);
   out.text = cut(line);
   while (!single && out.text.ends_with('&')) {
     out.text.back() = ' ';
-    if (out.text.size() >= static_cast<std::size_t>(LINMAX) || !read_physical(line)) break;
-    out.text += cut(line);
+    if (!read_physical(line)) break;
+    if (out.text.size() < static_cast<std::size_t>(LINMAX)) {
+      out.text += cut(line);
+    } else if (cut(line).ends_with('&')) {
+      out.text.back() = '&';  // beyond the limit lines are dropped
+    }
   }
   std::replace(out.text.begin(), out.text.end(), '\t', ' ');
   return true;

@@ -78,7 +78,9 @@ void DO(Workspace ws) {
   const bool print = OCOM.OPUT;
   int loops = 0;
   for (const Level& level : levels()) loops += level.procedure ? 0 : 1;
-  // 2. The body, also of a loop that can't run: its lines are no commands.
+  // 2. The body, also of a loop that can't run: its lines are no commands. Who has mistyped the
+  // head at the prompt has not begun a body yet.
+  if (!good && OSCOM.OTALK && levels().empty()) return;
   Block block;
   if (!capture_block(K_DO, block)) return fail(" ...ERROR..NO ENDO COMMAND FOUND IN DO LOOP");
   const bool check = RUNCOM.settings.check;  // one pass is looked over

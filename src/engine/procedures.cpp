@@ -57,14 +57,18 @@ std::string joined(const Body& body) {
   return text;
 }
 
+// False, with an error, when data have the name of a procedure.
+bool name_free(Workspace ws, std::string_view name) {
+  const int I = VARNUM(ws, name);
+  if (I <= 0 || INFO(ws, I).ITYPE >= STRING5) return true;
+  fail<"(' ...ERROR..VARIABLE ', A, ' ALREADY EXISTS')">(name);
+  return false;
+}
+
 // Keeps a body, whose first line is its PROCEDUR line, under its name. False after an error.
 bool store_procedure(Workspace ws, std::shared_ptr<Body> body) {
   const std::string& name = body->name;
-  const int I = VARNUM(ws, name);
-  if (I > 0 && INFO(ws, I).ITYPE < STRING5) {
-    fail<"(' ...ERROR..VARIABLE ', A, ' ALREADY EXISTS')">(name);
-    return false;
-  }
+  if (!name_free(ws, name)) return false;
   std::string text = joined(*body);
   store_text(ws, name, text);
   if (OCOM.ODONT) return false;
@@ -189,6 +193,7 @@ void invalid_procedure(std::string_view name) {
   error_line<"(' ...ERROR.. ', A, ' IS INVALID VARIABLE FOR EXEC ')">(name);
   OCOM.ODONT = true;
   INPCOM.IKOD = 0;
+  if (OSCOM.OTALK) return;  // typing errors must not cost anybody the workspace
   if (++INPCOM.SPVERR > MAXSPVERR) XXIT(0);
 }
 
@@ -210,7 +215,12 @@ void PROCDEF(Workspace ws) {
   const std::string head(trimmed(command_typed()));
   const auto words = words_of(stored_tail(head));
   const bool good = !words.empty() && NAMCHK(words[0][0]) == 1;
-  // 2. The body, also when it can't be kept: its lines are no commands.
+  // 2. The body, also when it can't be kept: its lines are no commands. Who has mistyped the name
+  // at the prompt has not begun a body yet.
+  if (OSCOM.OTALK && levels().empty()) {
+    if (!good) return fail(" ...ERROR..SYNTAX ERROR");
+    if (!name_free(ws, up_cased(words[0]))) return;
+  }
   Block block;
   if (!capture_block(K_PROCEDUR, block)) return fail(" ...ERROR..NO ENDO COMMAND FOUND IN DO LOOP");
   if (!good) return fail(" ...ERROR..SYNTAX ERROR");

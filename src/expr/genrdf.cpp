@@ -109,7 +109,8 @@ const Rules* rules_of(const Quad& q) {
 // or copies, is not written again.
 class Writer {
  public:
-  Writer(const DerivativeRoom& room, bool shared) : room_(room), shared_(shared) {
+  Writer(const DerivativeRoom& room, bool shared, std::span<const double> operands)
+      : room_(room), operands_(operands), shared_(shared) {
     std::ranges::fill(room.used, 0);
   }
 
@@ -158,6 +159,8 @@ class Writer {
     if (da == 0 && db == 0) return true;
     if (!room_for_temporaries()) return false;
     const RuleStep* rule = da == 0 ? rules.right : db == 0 ? rules.left : rules.both;
+    // y b / a would be 0/0 where a is 0.
+    if (q.code == OP_POWER && db == 0 && is_constant_one(q.right)) rule = &COPY_DA;
     int operand[T5 + 1] = {NO_OPERAND, q.left, q.right, q.result, da, db};
     for (;; ++rule) {
       const int result = emit(rule->code, operand[rule->left], operand[rule->right]);
@@ -210,6 +213,11 @@ class Writer {
     return static_cast<std::size_t>(operand - DATCOM.MCON - 1);
   }
 
+  bool is_constant_one(int operand) const {
+    return operand >= first_constant() && operand <= std::ssize(operands_) &&
+           operands_[static_cast<std::size_t>(operand) - 1] == 1.0;
+  }
+
   static bool room_for_temporaries() {
     const std::int64_t needed = GENCOM.KCON + LONGEST_RULE + std::int64_t{1};
     if (needed * 10 < std::int64_t{16} * DATCOM.MAXVAR) return true;
@@ -230,6 +238,7 @@ class Writer {
   }
 
   const DerivativeRoom& room_;
+  std::span<const double> operands_;
   bool shared_;
   int count_ = 0;
 };
@@ -285,10 +294,11 @@ DerivativeRoom DerivativeRoom::carve(std::span<double> words, int variables) {
   return room;
 }
 
-int GENRDF(std::span<const Quad> source, int variable, const DerivativeRoom& room) {
+int GENRDF(std::span<const Quad> source, int variable, const DerivativeRoom& room,
+           std::span<const double> operands) {
   const Trace trace("GENRDF");
   // 1. Each quadruple, and behind it the steps of its rule.
-  Writer writer(room, false);
+  Writer writer(room, false, operands);
   if (!writer.add_pair(variable, 0, operand_one())) return 0;
   for (const Quad& q : statement(source)) {
     if (!take_quad(writer, q, 1)) return 0;
@@ -310,10 +320,11 @@ int GENRDF(std::span<const Quad> source, int variable, const DerivativeRoom& roo
 }
 
 GradientList gradient_list(std::span<const Quad> source, std::span<const std::int32_t> variables,
-                           const DerivativeRoom& room, std::span<std::int32_t> derivative) {
+                           const DerivativeRoom& room, std::span<std::int32_t> derivative,
+                           std::span<const double> operands) {
   const Trace trace("GENRDF");
   const int n = static_cast<int>(variables.size());
-  Writer writer(room, true);
+  Writer writer(room, true, operands);
   for (int which = 0; which < n; ++which) {
     if (!writer.add_pair(variables[static_cast<std::size_t>(which)], which, operand_one())) {
       return {};

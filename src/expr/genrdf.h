@@ -42,7 +42,9 @@ struct DerivativeRoom {
 // Differentiates the quadruples of `source` up to its first END. Temporaries begin at KCON+1, and
 // KCON becomes the highest one used; lists that run one after the other may use the same ones.
 // Returns the quadruples written to room.code, without an END; 0 after a failure (reported, ODONT).
-int GENRDF(std::span<const Quad> source, int variable, const DerivativeRoom& room);
+// `operands`, the table with its constants: X**1 then has the derivative of X at 0 too.
+int GENRDF(std::span<const Quad> source, int variable, const DerivativeRoom& room,
+           std::span<const double> operands = {});
 
 // A list that computes a function and its derivatives.
 struct GradientList {
@@ -52,7 +54,8 @@ struct GradientList {
 // `derivative` gets, for each variable, the operand that holds its derivative: a temporary, a
 // constant, operand_one(), or 0 where the function does not depend on the variable.
 GradientList gradient_list(std::span<const Quad> source, std::span<const std::int32_t> variables,
-                           const DerivativeRoom& room, std::span<std::int32_t> derivative);
+                           const DerivativeRoom& room, std::span<std::int32_t> derivative,
+                           std::span<const double> operands = {});
 
 // Runs a list of differentiable operations over the operand table; the result of the last quadruple
 // before an END is the value. 0/x is 0 for any x, so the derivatives of X**2 and ABS(X) are good

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <ctime>
 
+#include "engine/output.h"
 #include "expr/expr.h"
 
 namespace korvel {
@@ -257,7 +258,9 @@ void set_ranseed(int seed) {
 }
 
 void set_ranlevel(int level) {
-  if (level < 1 || level > static_cast<int>(LEVELS.size())) return;
+  if (level < 1 || level > static_cast<int>(LEVELS.size())) {
+    return warn<"(' ...WARNING..RANLEVEL IS 1 TO 6, ', I0, ' CHANGES NOTHING')">(level);
+  }
   const int words = LEVELS[static_cast<std::size_t>(level) - 1];
   static_assert(LEVELS.back() == TABLE);
   if (words == RANCOM.I127) return;

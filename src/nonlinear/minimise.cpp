@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "engine/files.h"
 #include "engine/output.h"
 #include "expr/kernels/vector_lanes.h"
 #include "nonlinear/minimise_parts.h"
@@ -74,10 +75,13 @@ void MinimiserRun::print(std::string_view title, int iteration, double f, std::s
   if (!report.heading.empty()) say(report.heading);
   say<"(A, G15.7)">(report.label, report.scale * f + 0.0);
   print_vector<"(' COEFFICIENTS')">(b.size(), [&](std::size_t i) { return objective.shown(b, i); });
-  if (gradient.empty()) return;
-  print_vector<"(' GRADIENT    ')">(gradient.size(), [&](std::size_t i) {
-    return report.scale * objective.shown_slope(gradient, i);
-  });
+  if (!gradient.empty()) {
+    print_vector<"(' GRADIENT    ')">(gradient.size(), [&](std::size_t i) {
+      return report.scale * objective.shown_slope(gradient, i);
+    });
+  }
+  // Somebody may be watching a long search.
+  if (main_output().terminal()) main_output().flush();
 }
 
 std::uint64_t search_evaluations(int n) {

@@ -126,7 +126,7 @@ bool find_derivatives(Workspace ws, NlEquation& eq) {
   const DerivativeRoom room = DerivativeRoom::carve(words.words(), n);
   std::vector<std::int32_t> operands;
   for (const int k : eq.coefficient) operands.push_back(k + 1);
-  const GradientList list = gradient_list(eq.code, operands, room, eq.derivative);
+  const GradientList list = gradient_list(eq.code, operands, room, eq.derivative, eq.operands);
   if (list.count == 0) {
     mark_failed();
     return false;

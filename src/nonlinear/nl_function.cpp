@@ -208,7 +208,32 @@ Sum sum_rows(NlModel& m, std::span<double> gradient, Term&& term) {
   return {sum, std::isfinite(sum)};
 }
 
+// Tells the rows whose density is not positive, `count` of them: all are told as one.
+void report_densities(NlModel& m, std::int64_t count) {
+  for (std::int64_t t = 0, told = 0; t < m.used() && told < count; ++t) {
+    if (m.e[0][t] > 0.0) continue;
+    report_fault(m, DENSITY_FAULT, t);
+    told = count == m.used() ? count : told + 1;
+  }
+}
+
 }  // namespace
+
+double sigma_determinant(NlModel& m) {
+  const std::span<double> A = m.Sinverse;
+  std::ranges::copy(m.S, A.begin());
+  double product = 1.0;
+  for (int k = 1; k <= m.neq; ++k) {
+    const double d = A[packed(k, k)];
+    product *= d;
+    if (!(d > 0.0)) break;
+    for (int i = k + 1; i <= m.neq; ++i) {
+      const double factor = A[packed(i, k)] / d;
+      for (int j = k + 1; j <= i; ++j) A[packed(i, j)] -= factor * A[packed(j, k)];
+    }
+  }
+  return product;
+}
 
 double penalty(std::span<const double> b, std::span<double> gradient) {
   double sum = 0.0;
@@ -280,15 +305,15 @@ Objective::Value NlFunction::evaluate(std::span<const double> b, std::span<doubl
       sum = moments(m_, gradient);
       break;
     case NlForm::Density:
-      sum = sum_rows(m_, gradient, [&](double v, std::int64_t row, double& slope) {
+      sum = sum_rows(m_, gradient, [&](double v, std::int64_t, double& slope) {
         if (!(v > 0.0)) {
           ++densities;
-          report_fault(m_, DENSITY_FAULT, row);
           return 0.0;
         }
         slope = -1.0 / v;
         return -std::log(v);
       });
+      report_densities(m_, densities);
       break;
     case NlForm::Minimum:
       sum = sum_rows(m_, gradient, [](double v, std::int64_t, double& slope) {

@@ -182,6 +182,13 @@ void residual_moments(NlModel& m) {
   }
 }
 
+bool invert_sigma(NlModel& m) {
+  if (NLCOM.DUMP) print_packed(" SIGMA MATRIX PREINVERSE", m.S, m.neq, {});
+  if (OCOM.OPUT) say(" ...NOTE..ATTEMPTING INVERSION OF SIGMA MATRIX");
+  std::ranges::copy(m.S, m.Sinverse.begin());
+  return invert(m.Sinverse, m.neq, " SIGMA MATRIX           ");
+}
+
 bool gmm_given_matrix() { return !NLCOM.GMM.text.empty() && window() == Window::Matrix; }
 
 bool given_sigma(Workspace ws, const NlModel& m) {
@@ -214,10 +221,7 @@ bool weigh_moments(Workspace ws, NlModel& m, NlWeights weights, std::span<const 
       NLPASS(m, b, false, false);
       residual_moments(m);
       if (given_sigma(ws, m) && !take_matrix(ws, NLCOM.SIGMA.var, m.neq, m.S)) return false;
-      if (NLCOM.DUMP) print_packed(" SIGMA MATRIX PREINVERSE", m.S, m.neq, {});
-      if (OCOM.OPUT) say(" ...NOTE..ATTEMPTING INVERSION OF SIGMA MATRIX");
-      std::ranges::copy(m.S, m.Sinverse.begin());
-      return invert(m.Sinverse, m.neq, " SIGMA MATRIX           ") && projection(ws, m);
+      return invert_sigma(m) && projection(ws, m);
     case NlWeights::Moments:
       NLPASS(m, b, false, false);
       return moment_covariance(ws, m);

@@ -205,6 +205,8 @@ class NlFunction final : public Objective {
   int first_faults_ = -1;  // densities that were not positive at the start
 };
 
+// The determinant of m.S, up to its first pivot that is not positive. m.Sinverse is work space.
+double sigma_determinant(NlModel& m);
 // Sum of the penalty; adds its gradient when there is one.
 double penalty(std::span<const double> b, std::span<double> gradient);
 // 1 + ln(2 pi).
@@ -229,6 +231,8 @@ std::int64_t stage_words(const NlModel& m);
 
 // m.S := E'E/N of the residuals as they stand.
 void residual_moments(NlModel& m);
+// m.Sinverse := the inverse of m.S. False after an error.
+bool invert_sigma(NlModel& m);
 // Sets m.C at the coefficients b. False after an error.
 bool weigh_moments(Workspace ws, NlModel& m, NlWeights weights, std::span<const double> b);
 // GMM=: a word of a window, or a matrix. False: there is no such thing (reported).
@@ -253,6 +257,8 @@ bool score_statistic(Workspace ws, NlModel& m, double& statistic);
 // ---- nl_tables.cpp, nl_store.cpp, nl_solve.cpp, nl_forecast.cpp
 
 void print_headline(Workspace ws, const NlModel& m);
+// D on the diagonal and L below it, as the search has left them.
+void print_factors(Workspace ws, const NlModel& m, HessianFactors factors);
 void print_results(Workspace ws, NlModel& m, const NlFunction& f, const NlOutcome& outcome,
                    const NlCovariance& cov);
 // A lower triangle under a title; names of the rows, or none.

@@ -266,7 +266,7 @@ bool minimise_model(Workspace ws, NlModel& m, NlFunction& f, HessianFactors fact
     }
     if (!f.evaluate(m.b, {}).good) {
       if (m.form == NlForm::System && std::isfinite(m.SSE)) {
-        fail<"(' ...ERROR..DETERMINANT OF SIGMA NOT POSITIVE =', G13.5)">(0.0);
+        fail<"(' ...ERROR..DETERMINANT OF SIGMA NOT POSITIVE =', G13.5)">(sigma_determinant(m));
       } else {
         fail(" ...ERROR..FUNCTION HAS NO VALUE AT THE STARTING VALUES. GIVE OTHER ONES");
       }

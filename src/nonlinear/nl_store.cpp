@@ -180,9 +180,18 @@ void set_results(Workspace ws, NlModel& m, const NlFunction& f, const NlOutcome&
 void store_nl_results(Workspace ws, NlModel& m) {
   const auto K = static_cast<std::size_t>(m.K);
   const double sigma2 = m.residuals() ? temporary(temporary_place("SIG2")) : 1.0;
-  // 1. By rows. The derivatives are those at the solution.
+  // 1. By rows. A result may take the place of a variable of the equations, so what is computed
+  // from those comes first: derivatives at the solution, predicted values.
+  const bool matrices = wanted(NLCOM.ZMATRIX) || wanted(NLCOM.GMATRIX);
+  if (matrices) NLPASS(m, m.b, true, true);
+  const auto place = [&](std::int64_t t, int j) {
+    return static_cast<std::size_t>(j * m.used() + t);
+  };
+  for (int j = 0; wanted(NLCOM.PREDICT) && j < m.neq; ++j) {
+    for (std::int64_t t = 0; t < m.used(); ++t) m.mixed[place(t, j)] = predicted(m, t, j);
+  }
   store_rows(ws, m, NLCOM.PREDICT, m.neq,
-             [&](std::int64_t t, int j) { return predicted(m, t, j); });
+             [&](std::int64_t t, int j) { return m.mixed[place(t, j)]; });
   if (m.residuals()) {
     store_rows(ws, m, NLCOM.RESID, m.neq, [&](std::int64_t t, int j) { return residual(m, t, j); });
     store_rows(ws, m, NLCOM.STDRESID, m.neq, [&](std::int64_t t, int j) {
@@ -190,8 +199,6 @@ void store_nl_results(Workspace ws, NlModel& m) {
       return s > 0.0 ? residual(m, t, j) / s : 0.0;
     });
   }
-  const bool matrices = wanted(NLCOM.ZMATRIX) || wanted(NLCOM.GMATRIX);
-  if (matrices) NLPASS(m, m.b, true, true);
   const auto derivative = [&](std::int64_t t, int c) {
     const double* const D = m.D[static_cast<std::size_t>(c)];
     return D == nullptr ? 0.0 : D[t];

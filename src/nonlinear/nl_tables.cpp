@@ -52,7 +52,8 @@ double p_value(const NlModel& m, double t) {
   return NLCOM.DN || !(df > 0.0) ? normal_two_sided(t) : f_tail(t * t, 1.0, df);
 }
 
-void print_coefficient_table(const NlModel& m) {
+// known: the covariance is that of the coefficients, not that of a run which was stopped.
+void print_coefficient_table(const NlModel& m, bool known) {
   const Line blank;
   if (NLCOM.DN) {
     Line row;
@@ -63,6 +64,10 @@ void print_coefficient_table(const NlModel& m) {
   OUTLINE();
   for (int i = 0; i < m.K; ++i) {
     const double b = m.b[static_cast<std::size_t>(i)];
+    if (!known) {
+      say<"(1X, A8, G13.5)">(name_of(m.names, i), b);
+      continue;
+    }
     const double se = standard_error_of(m, i);
     const double t = t_ratio(b, se);
     if (OSCOM.OWIDE) {
@@ -138,6 +143,17 @@ void print_packed(std::string_view title, std::span<const double> a, int order,
   }
 }
 
+void print_factors(Workspace ws, const NlModel& m, HessianFactors factors) {
+  if (!OCOM.OPUT) return;
+  Scratch room(ws, static_cast<std::int64_t>(packed_words(m.K)));
+  if (!room) return;
+  std::size_t place = 0;  // they lie by columns
+  for (int j = 1; j <= m.K; ++j) {
+    for (int i = j; i <= m.K; ++i) room.words()[packed(i, j)] = factors.LD[place++];
+  }
+  print_packed(" DUMP OF L AND D        ", room.words(), m.K, m.names);
+}
+
 void print_headline(Workspace ws, const NlModel& m) {
   if (!OCOM.OPUT) return;
   Line row;
@@ -165,16 +181,19 @@ void print_results(Workspace ws, NlModel& m, const NlFunction& f, const NlOutcom
       say<"(' MAXIMUM LIKELIHOOD ESTIMATE OF SIGMA-SQUARED =', G13.5)">(m.SSE / m.N);
     }
     say<"(' SUM OF SQUARED ERRORS =', G13.5)">(m.SSE);
-  } else if (m.residuals() && NLCOM.PSIGMA) {
+  } else if (m.residuals() && (NLCOM.PSIGMA || NLCOM.DUMP)) {
     print_packed(" SIGMA MATRIX           ", m.S, m.neq, {});
   }
   if (m.form == NlForm::Moments) print_moment_lines(m, outcome.f);
-  say<"(' GTRANSPOSE*INVERSE(H)*G  STATISTIC  -  =', G13.5)">(cov.quadratic);
-  if (NLCOM.LM) print_score(ws, m, f);
+  const bool known = !outcome.stopped && !stop_requested();
+  if (known) {
+    say<"(' GTRANSPOSE*INVERSE(H)*G  STATISTIC  -  =', G13.5)">(cov.quadratic);
+  }
+  if (NLCOM.LM && known) print_score(ws, m, f);
   // 2. The coefficients.
-  print_coefficient_table(m);
-  if (NLCOM.PCOV) print_packed(cov.title, m.cov, m.K, m.names);
-  if (NLCOM.PCOR) print_correlations(ws, m);
+  print_coefficient_table(m, known);
+  if (NLCOM.PCOV && known) print_packed(cov.title, m.cov, m.K, m.names);
+  if (NLCOM.PCOR && known) print_correlations(ws, m);
 }
 
 }  // namespace korvel

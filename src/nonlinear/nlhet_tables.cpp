@@ -78,7 +78,7 @@ void print_list(Workspace ws, const HetModel& m) {
   }
 }
 
-// Squared correlation of y and y - e, and the weighted sum of squares of e.
+// Squared correlation of y and y - e, and the sum of squares of e, both weighted.
 struct Fit {
   double correlation = 0.0, SSE = 0.0;
 };
@@ -86,17 +86,18 @@ Fit fit_of(const HetModel& m) {
   const HetRows& r = m.rows;
   Fit fit;
   const double from = r.y[0];
-  double sy = 0.0, sp = 0.0, syy = 0.0, spp = 0.0, syp = 0.0;
+  double n = 0.0, sy = 0.0, sp = 0.0, syy = 0.0, spp = 0.0, syp = 0.0;
   for (std::size_t t = 0; t < m.e.size(); ++t) {
+    const double w = r.weight == nullptr ? 1.0 : r.weight[t];
     const double a = r.y[t] - from, b = a - m.e[t];
-    sy += a;
-    sp += b;
-    syy += a * a;
-    spp += b * b;
-    syp += a * b;
-    fit.SSE += (r.weight == nullptr ? 1.0 : r.weight[t]) * m.e[t] * m.e[t];
+    n += w;
+    sy += w * a;
+    sp += w * b;
+    syy += w * a * a;
+    spp += w * b * b;
+    syp += w * a * b;
+    fit.SSE += w * m.e[t] * m.e[t];
   }
-  const auto n = static_cast<double>(m.e.size());
   const double vy = syy - sy * sy / n, vp = spp - sp * sp / n, c = syp - sy * sp / n;
   // A mean alone does not vary: what is left of it is rounding.
   if (vy > 0.0 && vp > 1e-14 * spp) fit.correlation = c * c / (vy * vp);

@@ -231,8 +231,8 @@ std::span<const std::string_view> idle_here() {
   }
 }
 
-void warn_idle(std::string_view word) {
-  warn<"(' ...WARNING..', A, ' OPTION HAS NO EFFECT')">(word);
+void warn_idle(std::string_view word, bool off = false) {
+  warn<"(' ...WARNING..', A, A, ' OPTION HAS NO EFFECT')">(off ? "NO" : "", word);
 }
 
 // Options of NLINEAR that belong to a form which was not chosen.
@@ -263,7 +263,7 @@ void warn_without_effect() {
     const bool idle = std::ranges::find(IDLE, w.word) != IDLE.end() ||
                       std::ranges::find(here, w.word) != here.end() ||
                       (w.word == "HYBRID" && NLCOM.METHOD.text.empty());
-    if (typed && idle) warn_idle(w.word);
+    if (typed && idle) warn_idle(w.word, w.kind == OptionKind::Logical && !OPTCOM.LOPT[place]);
   }
   if (nl()) warn_without_form();
   if (NLCOM.METHOD.text.empty()) NLCOM.HYBRID = false;

@@ -96,8 +96,9 @@ void estimate(Workspace ws, NlModel& m) {
   if (!minimise_model(ws, m, f, factors, outcome)) return;
   NLPASS(m, m.b, !NLCOM.NUMERIC, true);
   if (m.residuals()) residual_moments(m);
+  if (NLCOM.DUMP && NLCOM.METHODCODE >= 0 && !NLCOM.EVAL) print_factors(ws, m, factors);
   const NlCovariance cov = coefficient_covariance(ws, m, f, outcome, factors);
-  if (OCOM.ODONT) return;
+  if (OCOM.ODONT || (m.form == NlForm::System && !invert_sigma(m))) return;
   // The residuals of the solution stand in m.e again for what is printed and stored.
   NLPASS(m, m.b, false, true);
   print_results(ws, m, f, outcome, cov);

@@ -364,8 +364,7 @@ void NLMLE(Workspace ws) {
     print_mle_triangle(m.cov, M, 1.0);
   }
   // 6. Tables, stored results, tests.
-  mle_results(ws, m);
-  if (NLCOM.LM && !OCOM.ODONT && !minimum.stopped) mle_tests(ws, m);
+  mle_results(ws, m, NLCOM.LM && !minimum.stopped);
 }
 
 }  // namespace korvel

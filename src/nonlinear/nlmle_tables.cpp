@@ -70,7 +70,16 @@ void store_correlations(Workspace ws, const MleModel& m) {
   }
 }
 
-void store_standard_residuals(Workspace ws, const MleModel& m) {
+// By rows: residuals over the standard deviation of the law, the missing code without one.
+void standard_residuals(const MleModel& m, std::span<double> to) {
+  for (std::size_t t = 0; t < to.size(); ++t) {
+    const MleIndexes index = mle_indexes(m, t);
+    const double v = mle_moments(m.family->type, index.z, index.z2, m.shape()).variance;
+    to[t] = v > 0.0 && std::isfinite(v) ? m.residual[t] / std::sqrt(v) : MACOM.XMISS;
+  }
+}
+
+void store_standard_residuals(Workspace ws, std::span<const double> rows) {
   const NameOption& option = NLCOM.STDRESID;
   if (option.text.empty() || OCOM.ODONT) return;
   const int var = NEWVAR(ws, option.typed, {.ITYPE = SERIES, .LEN = DATCOM.MEND});
@@ -80,11 +89,7 @@ void store_standard_residuals(Workspace ws, const MleModel& m) {
               MACOM.XMISS);
   KeptRows kept(ws);
   while (kept.next()) {
-    const auto t = static_cast<std::size_t>(kept.row);
-    const MleIndexes index = mle_indexes(m, t);
-    const double v = mle_moments(m.family->type, index.z, index.z2, m.shape()).variance;
-    to[static_cast<std::size_t>(kept.obs) - 1] =
-        v > 0.0 && std::isfinite(v) ? m.residual[t] / std::sqrt(v) : MACOM.XMISS;
+    to[static_cast<std::size_t>(kept.obs) - 1] = rows[static_cast<std::size_t>(kept.row)];
   }
 }
 
@@ -123,7 +128,7 @@ void tell_shapes(Workspace ws, const MleModel& m) {
   OUTLINE();
 }
 
-void mle_results(Workspace ws, MleModel& m) {
+void mle_results(Workspace ws, MleModel& m, bool tests) {
   const MleFamily& family = *m.family;
   // 1. Fitted values, and what the results stage takes from FCOM.
   const FitSums sums = fit_rows(m);
@@ -162,10 +167,15 @@ void mle_results(Workspace ws, MleModel& m) {
     say<"(1X, 'RESIDUAL  SSE SUME SST', 3G13.5)">(sums.SSE, sums.e, FCOM.SST);
     say<"(' SQUARED CORR. COEF. BETWEEN OBSERVED AND PREDICTED', F9.4)">(sums.correlation);
   }
-  // 4. Stored results, the estimate for TEST, CONFID and SAME.
+  // 4. Stored results, the estimate for TEST, CONFID and SAME. A result may take the place of a
+  // variable of the model: what is computed from those comes before.
+  if (tests) mle_tests(ws, m);
+  Scratch room(ws, NLCOM.STDRESID.text.empty() ? 0 : m.rows.rows);
+  if (!room) return;
+  standard_residuals(m, room.words());
   store_results(ws, est, {});
   store_correlations(ws, m);
-  store_standard_residuals(ws, m);
+  store_standard_residuals(ws, room.words());
   if (OCOM.ODONT) return;
   save_estimate(ws, est);
   SAVED.index_coefs = m.K();

@@ -246,8 +246,11 @@ void print_beta(Workspace ws, const MleModel& m) {
 
 void mle_tests(Workspace ws, MleModel& m) {
   // 1. Against larger families.
+  bool tested = false;
   for (const Nesting& nesting : NESTINGS) {
-    if (nesting.small == m.family->type) lm_test(m, nesting);
+    if (nesting.small != m.family->type) continue;
+    lm_test(m, nesting);
+    tested = true;
   }
   // 2. Families that this one contains.
   const int K = m.K();
@@ -278,6 +281,10 @@ void mle_tests(Workspace ws, MleModel& m) {
     case MleType::EDGE:
       return wald_of({"NORMAL", K + 1, 2, 0.0});
     default:
+      if (!tested) {
+        warn<"(' ...WARNING..', A, ' HAS NO FAMILY TO BE TESTED AGAINST, LM HAS NO EFFECT')">(
+            m.family->word);
+      }
       return;
   }
 }

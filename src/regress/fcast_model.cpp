@@ -7,6 +7,7 @@
 #include "engine/commands.h"
 #include "engine/output.h"
 #include "expr/kernels/packed.h"
+#include "nonlinear/nonlinear.h"
 #include "regress/fcast_parts.h"
 #include "regress/regress.h"
 #include "regress/tests.h"
@@ -200,7 +201,8 @@ bool settle_coefficients(Workspace ws, ForecastModel& model) {
   const NameOption& option = FcastOption::named<"COEFFICI">();
   auto wanted = static_cast<std::size_t>(model.K());
   if (model.kind == ForecastKind::Tobit) ++wanted;
-  if (model.kind == ForecastKind::Mle) wanted = SAVED.coef.size();
+  const bool whole = model.kind == ForecastKind::Mle || model.kind == ForecastKind::Nlinear;
+  if (whole) wanted = SAVED.coef.size();
   if (model.choices > 2) wanted *= static_cast<std::size_t>(model.choices - 1);
   if (model.kind == ForecastKind::Pool && FcastOption::chosen<"FIXED">() && model.effects.empty()) {
     wanted += static_cast<std::size_t>(model.NCROSS);
@@ -229,6 +231,14 @@ bool settle_coefficients(Workspace ws, ForecastModel& model) {
   return true;
 }
 
+// RHO of NLINEAR: of the coefficients behind those of the equations the ones of the first equation.
+void formula_errors(std::span<const double> coef) {
+  if (RHO.empty()) return;
+  const auto first = static_cast<std::size_t>(nonlinear_coefficients());
+  const std::size_t apart = (coef.size() - first) / RHO.size();
+  for (std::size_t i = 0; i < RHO.size(); ++i) RHO[i] = coef[first + i * apart];
+}
+
 // Autocorrelated errors: AUTO has them, BLUP gives them to other models. False after an error.
 bool settle_errors(ForecastModel& model) {
   const bool linear = model.kind == ForecastKind::Linear || model.kind == ForecastKind::Auto ||
@@ -248,6 +258,7 @@ bool settle_errors(ForecastModel& model) {
   if (own && !model.estimated_rho) {
     RHO = SAVED.rho;
     THETA = SAVED.theta;
+    if (formula) formula_errors(model.coef);
   } else if (is_auto && !own) {
     RHO = {FCOM.RHO};
     if (FCOM.RHO2 != 0.0) RHO.push_back(FCOM.RHO2);
@@ -392,10 +403,7 @@ bool settle_model(Workspace ws, ForecastModel& model) {
   // 3. List, coefficients, errors.
   if (!settle_list(ws, model, with_coef)) return false;
   if (model.kind == ForecastKind::Pool && !settle_pool(ws, model)) return false;
-  if (formula)
-    model.coef = SAVED.coef;
-  else if (!settle_coefficients(ws, model))
-    return false;
+  if (!settle_coefficients(ws, model)) return false;
   if (model.kind == ForecastKind::Pool && FcastOption::chosen<"FIXED">() && model.effects.empty()) {
     model.effects = model.coef.subspan(static_cast<std::size_t>(model.K()));
   }

@@ -6,6 +6,7 @@
 
 #include "engine/output.h"
 #include "expr/kernels/packed.h"
+#include "nonlinear/nonlinear.h"
 #include "regress/fcast_parts.h"
 #include "regress/regress.h"
 #include "regress/tests.h"
@@ -109,6 +110,9 @@ std::int64_t plan_forecast(Workspace ws, const ForecastModel& model, const Forec
   rows.x = COLUMN;
   if (range.dynamic) {
     find_lags(ws, model, ADDCOM.KTEST != 0 ? SAVED.MBEG : 1, range.ESTEND, LAG);
+    if (!model.blup && std::ranges::count(LAG, 0) == std::ssize(LAG)) {
+      warn(" ...WARNING..NO REGRESSOR IS A LAG OF THE DEPENDENT VARIABLE, DYNAMIC HAS NO EFFECT");
+    }
   }
   if (uses_kernel(model)) plan.kernel = kernel_model(model, range);
   const std::int64_t n = DATCOM.NOB;

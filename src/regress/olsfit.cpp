@@ -128,10 +128,12 @@ bool unscale(Workspace ws, FitRoom& room, std::span<const double> scale) {
   FCOM.SSE = FCOM.SSE / y / y;
   const int dependent = model_list()[static_cast<std::size_t>(K)].var;
   if (!std::isfinite(FCOM.SSE)) return refuse_size(ws, dependent);
-  // A variance that underflows would be printed as a certain coefficient.
+  // A variance that underflows would be printed as a certain coefficient. The variable whose size
+  // is further from 1 is named.
   for (int i = 1; i <= K; ++i) {
     if (before > 0.0 && FCOM.SSE * room.cov[packed(i, i)] < 1e-306) {
-      return refuse_size(ws, model_list()[static_cast<std::size_t>(i - 1)].var);
+      const bool by_y = std::abs(std::ilogb(y)) > std::abs(std::ilogb(s(i)));
+      return refuse_size(ws, by_y ? dependent : model_list()[static_cast<std::size_t>(i - 1)].var);
     }
   }
   return true;

@@ -93,7 +93,8 @@ void print_anova(const Estimate& est, int coefficients, double SSE, double sigma
   if (OLSCOM.CONSTANT) {
     AnovaTable a{};
     a.p = K - 1.0;
-    a.SSR = a.p > 0.0 ? FCOM.SST - SSE : 0.0;
+    // A dependent variable that never changes leaves nothing to explain but rounding.
+    a.SSR = a.p > 0.0 && FCOM.SST > 0.0 ? FCOM.SST - SSE : 0.0;
     a.SSE = SSE;
     a.SST = FCOM.SST;
     a.DF = FCOM.DF;

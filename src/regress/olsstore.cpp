@@ -59,12 +59,15 @@ int store_vector(Workspace ws, const NameOption& option, int K, F&& value) {
 void store_results(Workspace ws, const Estimate& est, std::span<const double> hat) {
   const OlsCom& o = OLSCOM;
   const int K = est.K();
+  // The dependent variable itself may be the place of a result, so what rests on it comes first.
+  const std::size_t rows = o.PREDICT.text.empty() ? 0 : est.observed.size();
+  Scratch room(ws, static_cast<std::int64_t>(rows));
+  if (!room) return;
+  const std::span<double> predicted = room.words();
+  for (std::size_t t = 0; t < rows; ++t) predicted[t] = est.observed[t] - est.residual[t];
   if (!store_series(ws, o.RESID, est.blocks, [&](std::size_t t) { return est.residual[t]; }))
     return;
-  if (!store_series(ws, o.PREDICT, est.blocks,
-                    [&](std::size_t t) { return est.observed[t] - est.residual[t]; })) {
-    return;
-  }
+  if (!store_series(ws, o.PREDICT, est.blocks, [&](std::size_t t) { return predicted[t]; })) return;
   if (!hat.empty() &&
       !store_series(ws, o.HATDIAG, est.blocks, [&](std::size_t t) { return hat[t]; }))
     return;

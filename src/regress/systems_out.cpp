@@ -177,7 +177,9 @@ void print_system_options(double rows) {
   }
   say<"(I9, ' OBSERVATIONS')">(static_cast<std::int64_t>(rows));
   if (OLSCOM.DN) say(" DN OPTION IN EFFECT - DIVISOR IS N");
-  if (o.IR) say(" IR OPTION IN EFFECT - ITERATIVE RESTRICTIONS");
+  if (o.IR && OLSCOM.RESTRICT && o.ITER > 0) {
+    say(" IR OPTION IN EFFECT - ITERATIVE RESTRICTIONS");
+  }
   if (o.FM) say(" FM OPTION - SIGMA MATRIX FORCED TO BE DIAGONAL");
 }
 

@@ -171,7 +171,7 @@ bool compile_hypothesis(Workspace ws, int IKOD, const CoefficientNames& names,
         std::ranges::any_of(code, [&](const Quad& q) { return q.left == k || q.right == k; });
     if (!occurs && k > 1) continue;
     GENCOM.KCON = KCON;
-    const int count = GENRDF(code, k, derivative);
+    const int count = GENRDF(code, k, derivative, formula.operands);
     if (count == 0) return false;
     if (!occurs) continue;
     const auto list = derivative.code.first(static_cast<std::size_t>(count));

@@ -345,8 +345,8 @@ YhatResult YHAT(std::span<const double* const> x, std::span<const double> obs,
       if (!variance.C.empty()) sum += packed_form(variance.C, w.d);
       if (variance.rho_rows > 0.0 && p == 1 && place > 0) {
         const auto s = static_cast<double>(steps);
-        const double share = s * std::pow(model.rho[0], s - 1.0);
-        sum += share * share * variance.sigma2 / variance.rho_rows;
+        const double by_rho = s * std::pow(model.rho[0], s - 1.0);
+        sum += by_rho * by_rho * variance.sigma2 / variance.rho_rows;
       }
       var[r] = missing ? NONE : sum;
     }

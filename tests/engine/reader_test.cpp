@@ -74,6 +74,20 @@ TEST(Reader, DropsWhatPassesTheLineLength) {
       holds(run_commands("SET COMLEN=20\nDISPLAY WARN        MAX\n"), "|_DISPLAY WARN\n WARN"));
 }
 
+TEST(Reader, DropsTheLinesOfACommandBeyondItsLimit) {
+  std::string lines;
+  for (int k = 0; k < 1200; ++k) lines += std::string(240, 'X') + "&\n";
+  const std::string beyond = "CHARACTER LIMIT\n";
+  const auto run = run_commands("FOO &\n" + lines + "X\nDISPLAY WARN\n");
+  EXPECT_TRUE(holds(run, beyond));
+  EXPECT_FALSE(holds(run, "UNKNOWN COMMAND...X"));
+  EXPECT_TRUE(holds(run, "|_DISPLAY WARN\n WARN      TRUE\n"));
+  const auto loop = run_commands("DO #=1,1\nFOO &\n" + lines + "X\nDISPLAY WARN\nENDO\n");
+  EXPECT_TRUE(holds(loop, beyond));
+  EXPECT_FALSE(holds(loop, "UNKNOWN COMMAND...X"));
+  EXPECT_TRUE(holds(loop, "|_DISPLAY WARN\n WARN      TRUE\n"));
+}
+
 TEST(Reader, EndsARunAtTheFifthUnknownCommand) {
   const auto run = run_commands("XA\nXB\n(\n9UP\nXC\nDISPLAY WARN\n");
   EXPECT_EQ(run.status, 3);

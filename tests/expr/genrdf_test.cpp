@@ -47,7 +47,7 @@ class Derivatives : public ::testing::Test {
   double value() { return run_point(formula.list_of_quads(), formula.operands).value; }
   PointValue slope(int k) {
     const int KCON = GENCOM.KCON;
-    const int n = GENRDF(formula.list_of_quads(), k, single);
+    const int n = GENRDF(formula.list_of_quads(), k, single, formula.operands);
     GENCOM.KCON = KCON;
     EXPECT_GT(n, 0) << line;
     return run_point(single.code.first(static_cast<std::size_t>(n)), formula.operands);
@@ -117,7 +117,12 @@ TEST_F(Derivatives, ZeroIsGoodWhereTheRuleDividesByIt) {
     EXPECT_EQ(d.value, 0.0) << text;
     EXPECT_EQ(d.fault, 0) << text;
   }
+  ASSERT_TRUE(compile("B+A**1"));  // the limit of the rule is not 0 here
+  set(0.0, 1.0, 1.0);
+  value();
+  EXPECT_EQ(slope(1).value, 1.0);
   ASSERT_TRUE(compile("LOG(A)"));
+  set(0.0, 0.0, 0.0);
   EXPECT_EQ(slope(1).fault, OP_DIV);
   EXPECT_EQ(run_point(formula.list_of_quads(), formula.operands).fault, OP_LOG);
 }

@@ -400,6 +400,32 @@ TEST(Nlinear, ParametersOfARunBefore) {
   unlink(name);
 }
 
+// A result may take the place of a variable of the model, the dependent one too.
+TEST(Nlinear, ResultsInPlaceOfVariables) {
+  struct Way {
+    const char *command, *behind;
+  };
+  for (const Way way : {Way{"?NL 1 / NCOEF=2", "EQ Y1=A*EXP(B*X1)\nCOEF A 1 B .2\nEND\n"},
+                        Way{"?MLE Y1 X1 / TYPE=WEIBULL", ""}, Way{"?HET Y1 X1 / ARCH=1", ""},
+                        Way{"?OLS Y1 X1 /", ""}, Way{"?AUTO Y1 X1 /", ""}}) {
+    const std::string command = way.command;
+    const bool family = command[1] == 'N' || command[1] == 'M' || command[1] == 'H';
+    const auto run = [&](const std::string& P, const std::string& R, const std::string& S) {
+      return command + " PREDICT=" + P + " RESID=" + R + (family ? " STDRESID=" + S : "") + "\n" +
+             way.behind;
+    };
+    // Fresh names first; then P in place of the dependent variable, R and S of others.
+    const std::string fresh = "GENR YY=Y1\nGENR XX=X1\nGENR S=0\nGENR S2=0\n" + run("P", "R", "S");
+    const auto listing = run_commands(
+        DATA + fresh + run("Y1", "R2", "X1") + "GENR D1=ABS(Y1-P)+ABS(R2-R)\n" +
+        (family ? "GENR D1=D1+ABS(X1-S)\n" : "") + "GENR Y1=YY\nGENR X1=XX\n" +
+        run("P2", "Y1", "S2") + "GENR D2=ABS(P2-P)+ABS(Y1-R)+ABS(S2-S)\nSTAT D1 D2 / MAXIM=M\n" +
+        "PRINT M\nSAMPLE 1 1\nGENR L=(M:1+M:2).LT.1E-12\nPRINT L\n");
+    EXPECT_EQ(listing.status, 0) << listing.text;
+    EXPECT_TRUE(holds(listing, "L\n    1.000000")) << way.command << listing.text;
+  }
+}
+
 TEST(Nlinear, BadInputNamesItsCause) {
   const struct {
     const char* command;

@@ -103,7 +103,11 @@ TEST(Fcast, GivesFittedValuesBack) {
       "AUTO C I P / NUMARMA=1 PREDICT=Y",
       "AUTO C I / ORDER=1 NUMARMA=1 DROP PREDICT=Y",
       "AUTO C I / NUMARMA=2 PREPER PREDICT=Y",
+      "AUTO C I P / GAP=5 NMISS=2 PREDICT=Y",
+      "SKIPIF(T.EQ.1930)\nAUTO C I P / MISS ML PREDICT=Y",
       "2SLS C I (P W) / PREDICT=Y",
+      "INST C I P (I W) / AUTO PREDICT=Y",
+      "SYSTEM 1 / AUTO DROP PREDICT=Y\nOLS C I P",
       "NL 1 / NCOEF=3 PREDICT=Y\nEQ C=A+B*I+G*P\nEND",
       "MLE C I P / TYPE=EXP PREDICT=Y",
       "MLE C I P / TYPE=GAMMA PREDICT=Y",
@@ -146,6 +150,16 @@ TEST(Fcast, SkippedRowsAreNeighbours) {
     // A skipped element keeps what it had.
     EXPECT_NEAR(forecast[t], t == 4 ? 0.0 : fitted[t], 1e-9) << t + 1;
   }
+}
+
+// Behind a gap of one observation the last known error counts with the square of RHO.
+TEST(Fcast, GapsPassOnPowersOfRho) {
+  const std::string estimate =
+      start() + "SKIPIF (T.EQ.1937)\nAUTO C I P / MISS END=14 RHO=.6 ITER=1\n";
+  run_commands(estimate + "FC / BEG=14 END=16 NOBLUP PREDICT=F\nDELETE SKIP$\n");
+  const std::vector<double> plain = values("F"), C = values("C");
+  run_commands(estimate + "FC / BEG=16 END=16 PREDICT=F\nDELETE SKIP$\n");
+  EXPECT_NEAR(values("F")[15] - plain[15], 0.36 * (C[13] - plain[13]), 1e-9);
 }
 
 TEST(Fcast, ChoicesAndEquations) {
@@ -211,6 +225,7 @@ TEST(Fcast, EdgesOfTheStatistics) {
                      "GENR ONE=1\nREAD B / BEG=1 END=1\n3\nFC ONE ONE(1) / COEF=B "
                      "NOCONSTANT BEG=2\n");
   EXPECT_TRUE(holds(out, "      PROPORTION DUE TO BIAS =   1.0000\n")) << out.text;
+  EXPECT_FALSE(holds(out, " THEIL")) << out.text;  // y never changes
   EXPECT_TRUE(holds(out, "      PROPORTION DUE TO DISTURBANCE =   0.0000\n")) << out.text;
 }
 

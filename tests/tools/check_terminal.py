@@ -87,6 +87,12 @@ with tempfile.TemporaryDirectory() as home:
     s.type("\x03")
     s.type("PRINT INCOME\r", "10.00000")
     s.expect("|_")
+    # Who has mistyped a DO is not inside it, and bad EXECUTEs end no session.
+    s.type("DO # 1,3\r", "MISSING = SIGN")
+    s.expect("|_")
+    for _ in range(7):
+        s.type("EXECUTE NOPE\r", "IS INVALID VARIABLE FOR EXEC")
+        s.expect("|_")
     # It ends a long estimation too: the best point is kept, the line of its progress goes.
     s.type("SAMPLE 1 100000\r")
     s.type("GENR X=TIME(0)/100000\r")
