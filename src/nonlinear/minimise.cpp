@@ -108,6 +108,15 @@ void warn_stopped() {
   warn(" ...WARNING..STOPPED BY THE USER. THE BEST COEFFICIENTS SO FAR ARE KEPT");
 }
 
+void keep_stopped(Workspace ws, std::span<const double> b) {
+  if (NLCOM.COEF.text.empty()) return;
+  const int var =
+      NEWVAR(ws, NLCOM.COEF.typed, {.ITYPE = SERIES, .LEN = static_cast<std::int64_t>(b.size())});
+  if (var == 0) return;
+  const std::span<double> to = elements(ws, var);
+  std::copy_n(b.begin(), std::min(to.size(), b.size()), to.begin());
+}
+
 bool settle_factors(HessianFactors factors) {
   if (factors.positive()) return true;
   say(" STARTING HESSIAN REJECTED-USING IDENTITY MATRIX INSTEAD");

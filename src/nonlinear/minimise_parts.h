@@ -5,6 +5,7 @@
 #include <span>
 #include <string_view>
 
+#include "engine/output.h"
 #include "nonlinear/minimise.h"
 
 namespace korvel {
@@ -46,6 +47,19 @@ void leave_code(Minimum& minimum, int code);
 void warn_search_failed();
 void warn_no_start();
 void warn_stopped();
+// What a run leaves that the user has stopped: the message, the best coefficients b printed under
+// the names name(i) (i from 0) and kept in COEF=. They have no standard errors.
+void keep_stopped(Workspace ws, std::span<const double> b);
+template <class Name>
+void leave_stopped(Workspace ws, std::span<const double> b, Name&& name) {
+  warn_stopped();
+  if (OCOM.OPUT) {
+    const Line blank;
+    say("          COEFFICIENT");
+    for (std::size_t i = 0; i < b.size(); ++i) say<"(1X, A8, G13.5)">(name(i), b[i]);
+  }
+  keep_stopped(ws, b);
+}
 // Makes factors that are not positive the identity. False when they were not.
 bool settle_factors(HessianFactors factors);
 

@@ -321,8 +321,10 @@ void estimate(Workspace ws, HetModel& m) {
   const auto stopped = [&] {
     if (!minimum.stopped && !stop_requested()) return false;
     progress.hide();
-    warn_stopped();
-    store_het_coefficients(ws, m);
+    leave_stopped(ws, m.b, [&](std::size_t i) {
+      const ListItem& item = m.list[i];
+      return item.var > 0 ? NAME(ws, item.var) : item.name;
+    });
     return true;
   };
   if (stopped()) return;

@@ -162,6 +162,5 @@ HetCovariance het_covariance(HetModel& m, HetFunction& f, bool at_start, bool an
 // nlhet_tables.cpp
 void print_het_header(const HetModel& m);
 void print_het_results(Workspace ws, HetModel& m, HetCovariance kind);  // and stores them
-void store_het_coefficients(Workspace ws, const HetModel& m);           // COEF= of a stopped run
 
 }  // namespace korvel

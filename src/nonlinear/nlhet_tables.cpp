@@ -151,14 +151,6 @@ void print_het_header(const HetModel& m) {
     say<"(' ARCH-M TERM IS H(T)**', F8.4)">(r.power);
 }
 
-void store_het_coefficients(Workspace ws, const HetModel& m) {
-  if (NLCOM.COEF.text.empty()) return;
-  const int var = NEWVAR(ws, NLCOM.COEF.typed, {.ITYPE = SERIES, .LEN = m.P()});
-  if (var == 0) return;
-  const std::span<double> to = elements(ws, var);
-  std::copy_n(m.b.begin(), std::min(to.size(), m.b.size()), to.begin());
-}
-
 void print_het_results(Workspace ws, HetModel& m, HetCovariance kind) {
   const HetRows& r = m.rows;
   // 1. What the results stage takes from FCOM.

@@ -346,10 +346,10 @@ void NLMLE(Workspace ws) {
   likelihood.progress = nullptr;
   progress.reset();
   m.LLF = -minimum.f;
-  minimum.stopped = minimum.stopped || stop_requested();
-  if (minimum.stopped) {
-    warn_stopped();
-    std::ranges::fill(m.cov, 0.0);
+  if (minimum.stopped || stop_requested()) {
+    mle_from_units(*family, m.rows, m.scaled, m.b);
+    return leave_stopped(ws, m.b,
+                         [&](std::size_t i) { return mle_name(ws, m, static_cast<int>(i)); });
   }
   if (minimum.ERR == ERR_SEARCH && good) {
     const bool reached = expected_gain(m) <= 1e-6 * (1.0 + std::fabs(m.LLF));
@@ -364,7 +364,7 @@ void NLMLE(Workspace ws) {
     print_mle_triangle(m.cov, M, 1.0);
   }
   // 6. Tables, stored results, tests.
-  mle_results(ws, m, NLCOM.LM && !minimum.stopped);
+  mle_results(ws, m);
 }
 
 }  // namespace korvel

@@ -128,9 +128,8 @@ bool stability_at_bound(MleModel& m, MleLikelihood& likelihood, Minimum& minimum
 // Coefficient i (from 0): the name under which tables and TEST know it.
 std::string_view mle_name(Workspace ws, const MleModel& m, int i);
 void tell_shapes(Workspace ws, const MleModel& m);
-// Fitted means and residuals, FCOM; then the tables, with `tests` those of LM, and the stored
-// results.
-void mle_results(Workspace ws, MleModel& m, bool tests);
+// Fitted means and residuals, FCOM; then the tables, those of LM included, and the stored results.
+void mle_results(Workspace ws, MleModel& m);
 
 // ---- nlmle_tests.cpp
 

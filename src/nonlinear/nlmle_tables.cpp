@@ -128,7 +128,7 @@ void tell_shapes(Workspace ws, const MleModel& m) {
   OUTLINE();
 }
 
-void mle_results(Workspace ws, MleModel& m, bool tests) {
+void mle_results(Workspace ws, MleModel& m) {
   const MleFamily& family = *m.family;
   // 1. Fitted values, and what the results stage takes from FCOM.
   const FitSums sums = fit_rows(m);
@@ -169,7 +169,7 @@ void mle_results(Workspace ws, MleModel& m, bool tests) {
   }
   // 4. Stored results, the estimate for TEST, CONFID and SAME. A result may take the place of a
   // variable of the model: what is computed from those comes before.
-  if (tests) mle_tests(ws, m);
+  if (NLCOM.LM) mle_tests(ws, m);
   Scratch room(ws, NLCOM.STDRESID.text.empty() ? 0 : m.rows.rows);
   if (!room) return;
   standard_residuals(m, room.words());
