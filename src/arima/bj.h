@@ -11,6 +11,7 @@
 
 #include "arima/autocorr.h"
 #include "arima/bjearm.h"
+#include "data/results.h"
 #include "engine/options.h"
 #include "engine/output.h"
 #include "engine/shared_areas.h"
@@ -113,8 +114,6 @@ bool difference_series(const BjOrders& orders, std::span<const double> y, std::s
                        std::span<double>& w);
 
 // Variables that keep results; an option that was not given is passed over. value(i) for i from 0.
-void store_vector(Workspace ws, const NameOption& option, std::span<const double> values);
-void store_symmetric(Workspace ws, const NameOption& option, std::span<const double> packed, int n);
 // A series of `length` elements, missing but for those that the caller sets; empty: not wanted.
 std::span<double> store_series(Workspace ws, const NameOption& option, int length);
 

@@ -77,37 +77,6 @@ bool difference_series(const BjOrders& o, std::span<const double> y, std::span<d
   return true;
 }
 
-namespace {
-
-// Makes the variable of a name option, NAME:n being column n of a matrix. 0: not wanted or failed.
-int make_result(Workspace ws, const NameOption& option, VarType type, std::int64_t length, int N2) {
-  std::string_view name = option.typed;
-  if (name.empty() || OCOM.ODONT) return 0;
-  int column = 0;
-  if (const auto colon = name.find(':'); colon != std::string_view::npos) {
-    if (type != SYMMETRIC) column = static_cast<int>(FSUMS(name.substr(colon + 1)).whole);
-    name = name.substr(0, colon);
-  }
-  return NEWVAR(ws, name, {.ITYPE = type, .LEN = length, .N2 = N2, .column = column});
-}
-
-}  // namespace
-
-void store_vector(Workspace ws, const NameOption& option, std::span<const double> values) {
-  if (values.empty()) return;
-  const int var = make_result(ws, option, SERIES, std::ssize(values), 1);
-  if (var == 0) return;
-  const std::span<double> to = elements(ws, var);
-  std::copy_n(values.begin(), std::min(values.size(), to.size()), to.begin());
-}
-
-void store_symmetric(Workspace ws, const NameOption& option, std::span<const double> packed,
-                     int n) {
-  const int var = make_result(ws, option, SYMMETRIC, std::ssize(packed), n);
-  if (var == 0) return;
-  std::copy(packed.begin(), packed.end(), elements(ws, var).begin());
-}
-
 std::span<double> store_series(Workspace ws, const NameOption& option, int length) {
   const int var = make_result(ws, option, SERIES, length, 1);
   if (var == 0) return {};

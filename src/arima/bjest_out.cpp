@@ -1,5 +1,6 @@
 // Tables of an estimated ARIMA model, its residuals, and the variables that keep results.
 #include <cmath>
+#include <vector>
 
 #include "arima/bj.h"
 #include "expr/kernels/packed.h"
@@ -70,34 +71,13 @@ void print_parameters(const BjEstimate& est) {
   }
 }
 
-// A lower triangle by rows with the names of its columns below, `a_line` values a line.
-template <FixedText FMT, FixedText NAMES, class F>
-void print_triangle(const BjEstimate& est, int a_line, F&& value) {
-  const BjOrders& o = BJCOM.orders;
-  const int k = o.parameters();
-  for (int i = 0; i <= k; ++i) {
-    if (i < k && !est.estimated(i)) continue;
-    Line row;
-    if (i < k) row.put<"(1X, A8)">(parameter_name(o, i));
-    row.column(10);
-    int on_line = 0;
-    for (int j = 0; j <= std::min(i, k - 1); ++j) {
-      if (!est.estimated(j)) continue;
-      if (on_line == a_line) {
-        OUTLINE();
-        row = Line();
-        row.column(10);
-        on_line = 0;
-      }
-      ++on_line;
-      if (i < k) {
-        row.put<FMT>(value(i, j));
-      } else {
-        row.put<NAMES>(parameter_name(o, j));
-      }
-    }
-    OUTLINE();
+// The parameters that were estimated, by their places.
+std::vector<int> estimated_places(const BjEstimate& est) {
+  std::vector<int> places;
+  for (int i = 0; i < BJCOM.orders.parameters(); ++i) {
+    if (est.estimated(i)) places.push_back(i);
   }
+  return places;
 }
 
 }  // namespace
@@ -106,16 +86,22 @@ void print_estimate(const BjEstimate& est) {
   print_summary(est);
   if (BJCOM.ANOVA) print_anova(est);
   print_parameters(est);
+  const std::vector<int> place = estimated_places(est);
+  const int K = static_cast<int>(place.size());
+  const auto at = [&](int i) { return place[static_cast<std::size_t>(i)]; };
+  const auto name = [&](int i) { return parameter_name(BJCOM.orders, at(i)); };
+  const auto covariance = [&](int i, int j) {
+    return est.cov[packed(at(i - 1) + 1, at(j - 1) + 1)];
+  };
   if (BJCOM.PCOV) {
     say(" VARIANCE-COVARIANCE MATRIX OF COEFFICIENTS");
-    print_triangle<"(G13.5)", "(5X, A8)">(
-        est, BJCOM.WIDE ? 8 : 5, [&](int i, int j) { return est.cov[packed(i + 1, j + 1)]; });
+    print_triangle<"(G13.5)", "(5X, A8)">(K, BJCOM.WIDE ? 8 : 5, name, covariance);
   }
   if (BJCOM.PCOR) {
     say(" CORRELATION MATRIX OF COEFFICIENTS");
-    print_triangle<"(F9.4)", "(1X, A8)">(est, BJCOM.WIDE ? 12 : 7, [&](int i, int j) {
-      const double product = standard_error(est, i) * standard_error(est, j);
-      return product > 0.0 ? est.cov[packed(i + 1, j + 1)] / product : 0.0;
+    print_triangle<"(F9.4)", "(1X, A8)">(K, BJCOM.WIDE ? 12 : 7, name, [&](int i, int j) {
+      const double product = standard_error(est, at(i - 1)) * standard_error(est, at(j - 1));
+      return product > 0.0 ? covariance(i, j) / product : 0.0;
     });
   }
 }

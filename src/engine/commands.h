@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "engine/workspace.h"
@@ -131,5 +132,28 @@ void MENU();
 void AAA(Workspace ws);
 // A run that only looks: the command that INPUT left, inside the block of another one.
 void look_over_command(Workspace ws);
+
+// Lines of a block are commands of their own; behind it the command that opened it is the current
+// one again, with its line and its own setting of the output.
+class OpenBlock {
+ public:
+  OpenBlock() : ikod_(INPCOM.IKOD), line_(INPCOM.KLINE), output_(OCOM.OPUT) {
+    std::memcpy(word_, INPCOM.COMWRD, sizeof word_);
+  }
+  OpenBlock(const OpenBlock&) = delete;
+  OpenBlock& operator=(const OpenBlock&) = delete;
+  ~OpenBlock() {
+    INPCOM.IKOD = ikod_;
+    INPCOM.KLINE = line_;
+    std::memcpy(INPCOM.COMWRD, word_, sizeof word_);
+    OCOM.OPUT = output_;
+  }
+
+ private:
+  int ikod_;
+  int line_;
+  bool output_;
+  char word_[sizeof INPCOM.COMWRD];
+};
 
 }  // namespace korvel

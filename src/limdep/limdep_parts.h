@@ -6,6 +6,7 @@
 #include <span>
 #include <string_view>
 
+#include "data/results.h"
 #include "engine/options.h"
 #include "engine/output.h"
 #include "engine/workspace.h"
@@ -128,8 +129,6 @@ void TOBP(Workspace ws, LimModel& m);
 
 // COEF=, STDERR=, TRATIO=, COVARIAN=. coef: what COEF= gets.
 void store_coefficients(Workspace ws, const LimModel& m, std::span<const double> coef);
-// Makes the variable of a name option, `NAME:n` being column n of a matrix. 0 after a failure.
-int make_result(Workspace ws, const NameOption& option, VarType type, std::int64_t length, int N2);
 // A series or, with columns above 1, a matrix: value(row, column) at the kept rows, the missing
 // code elsewhere. A row is read before it is written: the result may replace the variable it is
 // made from.

@@ -13,18 +13,6 @@
 namespace korvel {
 namespace {
 
-template <class F>
-int store_vector(Workspace ws, const NameOption& option, std::size_t length, F&& value) {
-  if (option.text.empty() || OCOM.ODONT) return 0;
-  const int var = make_result(ws, option, SERIES, static_cast<std::int64_t>(length), 1);
-  if (var == 0) return 0;
-  const std::span<double> to = elements(ws, var);
-  for (std::size_t i = 0; i < std::min(length, to.size()); ++i) {
-    to[i] = value(static_cast<int>(i));
-  }
-  return var;
-}
-
 Estimate estimate_of(const LimModel& m, std::span<const ListItem> list,
                      std::span<const double> means) {
   return {.profile = nullptr,
@@ -67,21 +55,6 @@ double mills_ratio(double z, bool one) {
   return one ? ratio : -ratio;
 }
 
-int make_result(Workspace ws, const NameOption& option, VarType type, std::int64_t length, int N2) {
-  std::string_view name = option.typed;
-  int column = 0;
-  if (const auto colon = name.find(':'); colon != std::string_view::npos) {
-    if (type == SERIES) column = static_cast<int>(FSUMS(name.substr(colon + 1)).whole);
-    name = name.substr(0, colon);
-  }
-  if (!fits32(length)) {
-    ADDCOM.NEED = length;
-    NOCORE();
-    return 0;
-  }
-  return NEWVAR(ws, name, {.ITYPE = type, .LEN = length, .N2 = N2, .column = column});
-}
-
 void store_coefficients(Workspace ws, const LimModel& m, std::span<const double> coef) {
   const auto M = static_cast<std::size_t>(m.M());
   ADDCOM.KCOEF = store_vector(ws, LIMCOM.COEFFICI, coef.size(),
@@ -90,13 +63,7 @@ void store_coefficients(Workspace ws, const LimModel& m, std::span<const double>
   store_vector(ws, LIMCOM.TRATIO, M, [&](int i) {
     return t_ratio(m.coef[static_cast<std::size_t>(i)], standard_error(m, i));
   });
-  ADDCOM.KCOV = 0;
-  if (LIMCOM.COVARIAN.text.empty() || OCOM.ODONT) return;
-  const auto words = static_cast<std::int64_t>(packed_words(m.M()));
-  const int var = make_result(ws, LIMCOM.COVARIAN, SYMMETRIC, words, m.M());
-  if (var == 0) return;
-  std::copy_n(m.cov.begin(), packed_words(m.M()), elements(ws, var).begin());
-  ADDCOM.KCOV = var;
+  ADDCOM.KCOV = store_symmetric(ws, LIMCOM.COVARIAN, m.cov, m.M());
 }
 
 void save_model(Workspace ws, const LimModel& m) {

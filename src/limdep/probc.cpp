@@ -253,22 +253,9 @@ bool settle_weights(Workspace ws, LimModel& m) {
   LikelihoodRows& rows = m.rows;
   m.N = static_cast<double>(rows.rows);
   if (rows.weight == nullptr) return true;
-  double sum = 0.0;
-  KeptRows kept(ws);
-  for (std::int64_t t = 0; t < rows.rows; ++t) {
-    kept.next();
-    const double w = rows.weight[t];
-    if (!std::isfinite(w)) return refuse_values(ws, LIMCOM.KWT);
-    if (w < 0.0) {
-      fail<"(' ...ERROR..OB NO. ', I0, ' HAS A NEGATIVE WEIGHT')">(kept.obs);
-      return false;
-    }
-    sum += w;
-  }
-  if (!(sum > 0.0) || !std::isfinite(sum)) {
-    fail<"(' ...ERROR..WEIGHTS OF ', A, ' HAVE NO USABLE SUM')">(NAME(ws, LIMCOM.KWT));
-    return false;
-  }
+  const std::span<const double> weight(rows.weight, static_cast<std::size_t>(rows.rows));
+  const double sum = usable_weights(ws, weight, LIMCOM.KWT);
+  if (sum == 0.0) return false;
   if (LIMCOM.NORMALIZ) {
     rows.weight_factor = m.N / sum;
   } else {

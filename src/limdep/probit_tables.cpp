@@ -157,26 +157,9 @@ void print_coefficient_tables(Workspace ws, const LimModel& m, const FitSums& su
 }
 
 void print_triangle(Workspace ws, const LimModel& m, std::span<const double> a) {
-  const int a_line = OSCOM.OWIDE ? 8 : 5;
-  for (int i = 1; i <= m.M() + 1; ++i) {
-    Line row;
-    if (i <= m.M())
-      row.put<"(1X, A8)">(coefficient_name(ws, m, i - 1));
-    else
-      row.column(10);
-    for (int j = 1; j <= std::min(i, m.M()); ++j) {
-      if (j > 1 && (j - 1) % a_line == 0) {
-        OUTLINE();
-        row = Line();
-        row.column(10);
-      }
-      if (i <= m.M())
-        row.put<"(G13.5)">(a[packed(i, j)]);
-      else
-        row.put<"(5X, A8)">(coefficient_name(ws, m, j - 1));
-    }
-    OUTLINE();
-  }
+  print_covariances(
+      m.M(), [&](int i) { return coefficient_name(ws, m, i); },
+      [&](int i, int j) { return a[packed(i, j)]; });
 }
 
 void print_matrices(Workspace ws, const LimModel& m) {

@@ -97,7 +97,7 @@ void print_entropies(Workspace ws, const GmeModel& m, const Estimate& est) {
 void store_own(Workspace ws, const GmeModel& m, const Estimate& est) {
   if (!NLCOM.COR.text.empty() && !OCOM.ODONT) {
     const auto words = static_cast<std::int64_t>(packed_words(m.K));
-    const int var = estimate_variable(ws, NLCOM.COR, SYMMETRIC, words, m.K);
+    const int var = make_result(ws, NLCOM.COR, SYMMETRIC, words, m.K);
     if (var == 0) return;
     const std::span<double> to = elements(ws, var);
     for (int i = 1; i <= m.K; ++i) {
@@ -107,13 +107,7 @@ void store_own(Workspace ws, const GmeModel& m, const Estimate& est) {
       }
     }
   }
-  if (!NLCOM.SIGMAZ.text.empty() && !OCOM.ODONT) {
-    const int var = estimate_variable(ws, NLCOM.SIGMAZ, SERIES, m.K, 1);
-    if (var != 0) {
-      const std::span<double> to = elements(ws, var);
-      std::copy_n(m.variance.begin(), std::min(to.size(), m.variance.size()), to.begin());
-    }
-  }
+  store_vector(ws, NLCOM.SIGMAZ, m.variance);
 }
 
 }  // namespace

@@ -20,29 +20,6 @@ constexpr std::string_view NO_END = " ...ERROR..END OF INPUT BEFORE THE END COMM
 constexpr std::string_view NOT_OF_BLOCK =
     " ...ERROR..COMMAND IS NOT AN EQ, COEF, GENR, OR END COMMAND";
 
-// Lines of a block are commands of their own; behind it the command that opened it is the current
-// one again, with its line and its own setting of the output.
-class OpenBlock {
- public:
-  OpenBlock() : ikod_(INPCOM.IKOD), line_(INPCOM.KLINE), output_(OCOM.OPUT) {
-    std::memcpy(word_, INPCOM.COMWRD, sizeof word_);
-  }
-  OpenBlock(const OpenBlock&) = delete;
-  OpenBlock& operator=(const OpenBlock&) = delete;
-  ~OpenBlock() {
-    INPCOM.IKOD = ikod_;
-    INPCOM.KLINE = line_;
-    std::memcpy(INPCOM.COMWRD, word_, sizeof word_);
-    OCOM.OPUT = output_;
-  }
-
- private:
-  int ikod_;
-  int line_;
-  bool output_;
-  char word_[sizeof INPCOM.COMWRD];
-};
-
 // Statements that run when they are read.
 bool is_statement(int ikod) {
   switch (ikod) {

@@ -27,21 +27,9 @@ bool finite_column(const double* x, std::int64_t rows) {
 
 // Weights scaled to sum to the number of rows, or counted as replications.
 bool settle_weights(Workspace ws, NlModel& m, const double* given, std::span<double> w) {
-  const int var = m.list.back().var;
-  double sum = 0.0;
-  KeptRows kept(ws);
-  for (std::int64_t t = 0; t < m.rows; ++t) {
-    kept.next();
-    if (given[t] < 0.0) {
-      fail<"(' ...ERROR..OB NO. ', I0, ' HAS A NEGATIVE WEIGHT')">(kept.obs);
-      return false;
-    }
-    if (t >= m.p) sum += given[t];
-  }
-  if (!(sum > 0.0) || !std::isfinite(sum)) {
-    fail<"(' ...ERROR..WEIGHTS OF ', A, ' HAVE NO USABLE SUM')">(NAME(ws, var));
-    return false;
-  }
+  const double sum =
+      usable_weights(ws, {given, static_cast<std::size_t>(m.rows)}, m.list.back().var, m.p);
+  if (sum == 0.0) return false;
   const double factor = NLCOM.PWEIGHT ? static_cast<double>(m.used()) / sum : 1.0;
   if (!NLCOM.PWEIGHT) m.N = sum;
   for (std::int64_t t = 0; t < m.rows; ++t) w[static_cast<std::size_t>(t)] = factor * given[t];

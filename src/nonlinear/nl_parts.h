@@ -23,6 +23,7 @@
 #include <string_view>
 #include <vector>
 
+#include "data/results.h"
 #include "engine/options.h"
 #include "engine/workspace.h"
 #include "expr/genr.h"

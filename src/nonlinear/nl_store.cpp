@@ -15,40 +15,7 @@ namespace {
 
 constexpr ResultProfile NL_PROFILE{.word = "NL"};
 
-int make_result(Workspace ws, const NameOption& option, VarType type, std::int64_t length, int N2) {
-  std::string_view name = option.typed;
-  int column = 0;
-  if (const auto colon = name.find(':'); colon != std::string_view::npos) {
-    if (type == SERIES) column = static_cast<int>(FSUMS(name.substr(colon + 1)).whole);
-    name = name.substr(0, colon);
-  }
-  if (!fits32(length)) {
-    ADDCOM.NEED = length;
-    NOCORE();
-    return 0;
-  }
-  return NEWVAR(ws, name, {.ITYPE = type, .LEN = length, .N2 = N2, .column = column});
-}
-
 bool wanted(const NameOption& option) { return !option.text.empty() && !OCOM.ODONT; }
-
-template <class F>
-int store_vector(Workspace ws, const NameOption& option, std::size_t length, F&& value) {
-  if (!wanted(option)) return 0;
-  const int var = make_result(ws, option, SERIES, static_cast<std::int64_t>(length), 1);
-  if (var == 0) return 0;
-  const std::span<double> to = elements(ws, var);
-  for (std::size_t i = 0; i < std::min(length, to.size()); ++i) to[i] = value(static_cast<int>(i));
-  return var;
-}
-
-int store_symmetric(Workspace ws, const NameOption& option, std::span<const double> a, int order) {
-  if (!wanted(option)) return 0;
-  const auto words = static_cast<std::int64_t>(packed_words(order));
-  const int var = make_result(ws, option, SYMMETRIC, words, order);
-  if (var != 0) std::copy_n(a.begin(), packed_words(order), elements(ws, var).begin());
-  return var;
-}
 
 // A series or, with several columns, a matrix of MEND rows: value(row, column) at the rows in use,
 // the missing code elsewhere.

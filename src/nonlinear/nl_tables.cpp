@@ -78,7 +78,7 @@ void print_coefficient_table(const NlModel& m, bool known) {
   }
 }
 
-void print_correlations(Workspace ws, const NlModel& m) {
+void print_nl_correlations(Workspace ws, const NlModel& m) {
   Scratch room(ws, static_cast<std::int64_t>(packed_words(m.K)));
   if (!room) return;
   for (int i = 1; i <= m.K; ++i) {
@@ -120,27 +120,10 @@ double standard_error_of(const NlModel& m, int i) {
 void print_packed(std::string_view title, std::span<const double> a, int order,
                   std::span<const std::string> names) {
   say(title);
-  const int a_line = OSCOM.OWIDE ? 8 : A_LINE;
-  const int rows = names.empty() ? order : order + 1;
-  for (int i = 1; i <= rows; ++i) {
-    Line row;
-    if (i <= order && !names.empty())
-      row.put<"(1X, A8)">(name_of(names, i - 1));
-    else
-      row.column(10);
-    for (int j = 1; j <= std::min(i, order); ++j) {
-      if (j > 1 && (j - 1) % a_line == 0) {
-        OUTLINE();
-        row = Line();
-        row.column(10);
-      }
-      if (i <= order)
-        row.put<"(G13.5)">(a[packed(i, j)]);
-      else
-        row.put<"(5X, A8)">(name_of(names, j - 1));
-    }
-    OUTLINE();
-  }
+  if (names.empty()) return print_bare_triangle(a, order, OSCOM.OWIDE ? 8 : A_LINE, 10);
+  print_covariances(
+      order, [&](int i) { return name_of(names, i); },
+      [&](int i, int j) { return a[packed(i, j)]; });
 }
 
 void print_factors(Workspace ws, const NlModel& m, HessianFactors factors) {
@@ -193,7 +176,7 @@ void print_results(Workspace ws, NlModel& m, const NlFunction& f, const NlOutcom
   // 2. The coefficients.
   print_coefficient_table(m, known);
   if (NLCOM.PCOV && known) print_packed(cov.title, m.cov, m.K, m.names);
-  if (NLCOM.PCOR && known) print_correlations(ws, m);
+  if (NLCOM.PCOR && known) print_nl_correlations(ws, m);
 }
 
 }  // namespace korvel

@@ -224,20 +224,8 @@ bool load_model(Workspace ws, Scratch& scratch, HetModel& m) {
 bool settle_weights(Workspace ws, HetModel& m, std::span<double> weight) {
   m.N = static_cast<double>(m.rows.rows);
   if (weight.empty()) return true;
-  double sum = 0.0;
-  KeptRows kept(ws);
-  for (const double w : weight) {
-    kept.next();
-    if (w < 0.0) {
-      fail<"(' ...ERROR..OB NO. ', I0, ' HAS A NEGATIVE WEIGHT')">(kept.obs);
-      return false;
-    }
-    sum += w;
-  }
-  if (!(sum > 0.0) || !std::isfinite(sum)) {
-    fail<"(' ...ERROR..WEIGHTS OF ', A, ' HAVE NO USABLE SUM')">(NAME(ws, OLSCOM.KWT));
-    return false;
-  }
+  const double sum = usable_weights(ws, weight, OLSCOM.KWT);
+  if (sum == 0.0) return false;
   if (NLCOM.NORMALIZ && NLCOM.PWEIGHT) {
     for (double& w : weight) w *= m.N / sum;
   } else {

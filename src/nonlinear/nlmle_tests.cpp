@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "data/results.h"
 #include "engine/output.h"
 #include "expr/kernels/cholesky.h"
 #include "expr/kernels/packed.h"
@@ -178,18 +179,7 @@ void wald_test(Workspace ws, MleModel& m, const Restriction& r) {
 }  // namespace
 
 void print_mle_triangle(std::span<const double> a, int order, double factor) {
-  constexpr int A_LINE = 9;
-  for (int i = 1; i <= order; ++i) {
-    Line row;
-    for (int j = 1; j <= i; ++j) {
-      if (j > 1 && (j - 1) % A_LINE == 0) {
-        OUTLINE();
-        row = Line();
-      }
-      row.put<"(G13.5)">(factor * a[packed(i, j)]);
-    }
-    OUTLINE();
-  }
+  print_bare_triangle(a, order, 9, 0, factor);
 }
 
 // Cameron and Windmeijer (1996): R-squares of Pearson residuals and of deviances.

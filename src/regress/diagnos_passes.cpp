@@ -7,12 +7,11 @@
 #include "engine/output.h"
 #include "graphics/gnuplot.h"
 #include "regress/diagnos_parts.h"
+#include "regress/ols_parts.h"
 #include "stats/probability.h"
 
 namespace korvel {
 namespace {
-
-constexpr int COEFFICIENTS_A_LINE = 5;
 
 int whole(std::size_t n) { return static_cast<int>(n); }
 
@@ -29,20 +28,6 @@ struct Residuals {
   double bound(int j) const { return cusum_bound(level, n(), j); }
   double width() const { return cusumsq_width(level, n()); }
 };
-
-void print_estimates(int obs, std::span<const double> b) {
-  Line row;
-  row.put<"(1X, I7)">(obs);
-  for (std::size_t j = 0; j < b.size(); ++j) {
-    if (j > 0 && j % COEFFICIENTS_A_LINE == 0) {
-      OUTLINE();
-      row = Line();
-      row.column(9);
-    }
-    row.put<"(G13.5)">(b[j]);
-  }
-  OUTLINE();
-}
 
 // Runs the pass: listing of the estimates, the file of RECUNIT=, the residuals. False after a stop
 // or a reported failure.
@@ -75,7 +60,7 @@ bool run_pass(Workspace ws, const DiagnosWork& d, const DiagnosPlan& plan, Resid
         b[place] = d.coef[place] + change[static_cast<std::size_t>(d.column_of(i))];
       }
     }
-    if (estimates) print_estimates(obs, b);
+    if (estimates) print_coefficient_row(obs, b);
     const double unit = res.unit;
     if (dump) {
       say<"(1X, I7, 4G13.5)">(obs, step.error * unit, step.variance, res.w[j] * unit,

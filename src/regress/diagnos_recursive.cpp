@@ -68,23 +68,9 @@ RecursiveStep RecursivePass::raise_rank() {
       ++rank_;
       return {.error = 0.0, .variance = 0.0};
     }
-    if (x == 0.0) continue;
-    const double grown = d + w * x * x;
-    const double c = d / grown;
-    const double s = w * x / grown;
-    d = grown;
-    w *= c;
-    for (int k = i + 1; k <= columns; ++k) {
-      double& r = factor_[packed(k, i)];
-      double& left = row_[static_cast<std::size_t>(k - 1)];
-      const double before = left;
-      left -= x * r;
-      r = c * r + s * before;
-    }
+    rotate_row(factor_, columns, i, row_, w);
   }
-  const double error = row_[static_cast<std::size_t>(columns - 1)];
-  factor_[packed(columns, columns)] += w * error * error;
-  return {.error = error, .variance = w > 0.0 ? 1.0 / w : 0.0};
+  return close_row(factor_, columns, row_, w);
 }
 
 RecursiveStep RecursivePass::step() {

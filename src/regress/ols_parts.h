@@ -4,6 +4,7 @@
 #include <array>
 #include <span>
 
+#include "data/results.h"
 #include "expr/kernels/columns.h"
 #include "regress/regress.h"
 
@@ -58,6 +59,10 @@ void WEIGHTS(Workspace ws, const ColumnList& x, std::span<double> weight, std::s
              std::span<double> means, std::span<double> squares);
 // The same for weights in place, without moments. Returns what they are to be divided by.
 double weights_in_place(Workspace ws, const double* weight);
+// The sum of the weights of rows `first` and on, in variable var: all of them finite, none
+// negative. 0 after an error (reported), also when the sum is not positive.
+double usable_weights(Workspace ws, std::span<const double> weight, int var,
+                      std::int64_t first = 0);
 
 // olsfit.cpp: the method branch. Sets coef, cov, means, squares and FCOM.SSE; a stepwise choice
 // shortens list and columns (OLSCOM.NF). False after a failure that has been reported.
@@ -77,6 +82,8 @@ int STEPWISE(Workspace ws, std::span<double> moments, std::span<double> start,
 // recursive.cpp: prints the coefficients of the first K+1, K+2, ... rows. False after a failure
 // that has been reported.
 bool print_recursive(Workspace ws, const FitData& data, FitRoom& room);
+// A row of such a listing: the coefficients with the observations up to obs.
+void print_coefficient_row(int obs, std::span<const double> b);
 
 // olslags.cpp
 void test_restrictions(double SSE_free, int K);
@@ -148,7 +155,5 @@ void write_residual_plots(Workspace ws, const Estimate& est);
 
 // olsstore.cpp: the variables of RESID=, PREDICT=, HATDIAG=, TRATIO=, STDERR=, COEF= and COVARIAN=.
 void store_results(Workspace ws, const Estimate& est, std::span<const double> hat);
-// Makes the variable of a name option, `NAME:n` being column n of a matrix. 0: not wanted or failed.
-int estimate_variable(Workspace ws, const NameOption& option, VarType type, std::int64_t length, int N2);
 
 }  // namespace korvel

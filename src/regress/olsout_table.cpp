@@ -119,33 +119,6 @@ void print_wide(std::string_view name, const CoefficientRow& r) {
   OUTLINE();
 }
 
-// A lower triangle by rows, then the names of its columns below. FMT edits one value, NAMES a name
-// of the same width; a_line values stand in one line.
-template <FixedText FMT, FixedText NAMES, class F>
-void print_triangle(Workspace ws, const Estimate& est, int a_line, F&& value) {
-  const int K = est.K();
-  for (int i = 1; i <= K + 1; ++i) {
-    Line row;
-    if (i <= K)
-      row.put<"(1X, A8)">(coefficient_name(ws, est, i - 1));
-    else
-      row.column(10);
-    const int last = i <= K ? i : K;
-    for (int j = 1; j <= last; ++j) {
-      if (j > 1 && (j - 1) % a_line == 0) {
-        OUTLINE();
-        row = Line();
-        row.column(10);
-      }
-      if (i <= K)
-        row.put<FMT>(value(i, j));
-      else
-        row.put<NAMES>(coefficient_name(ws, est, j - 1));
-    }
-    OUTLINE();
-  }
-}
-
 }  // namespace
 
 double standard_error(const Estimate& est, int i) {
@@ -183,8 +156,9 @@ void print_coefficients(Workspace ws, const Estimate& est, double d0) {
 
 void print_covariance(Workspace ws, const Estimate& est) {
   say(" VARIANCE-COVARIANCE MATRIX OF COEFFICIENTS");
-  print_triangle<"(G13.5)", "(5X, A8)">(ws, est, OSCOM.OWIDE ? 8 : 5,
-                                        [&](int i, int j) { return est.cov[packed(i, j)]; });
+  print_covariances(
+      est.K(), [&](int i) { return coefficient_name(ws, est, i); },
+      [&](int i, int j) { return est.cov[packed(i, j)]; });
 }
 
 void print_correlation(Workspace ws, const Estimate& est) {
@@ -194,10 +168,12 @@ void print_correlation(Workspace ws, const Estimate& est) {
     return v > 0.0 ? std::sqrt(v) : none;
   };
   say(" CORRELATION MATRIX OF COEFFICIENTS");
-  print_triangle<"(F9.4)", "(1X, A8)">(ws, est, OSCOM.OWIDE ? 12 : 7, [&](int i, int j) {
-    const double product = sd(i) * sd(j);
-    return est.cov[packed(i, j)] / (product > 0.0 ? product : none);
-  });
+  print_correlations(
+      est.K(), [&](int i) { return coefficient_name(ws, est, i); },
+      [&](int i, int j) {
+        const double product = sd(i) * sd(j);
+        return est.cov[packed(i, j)] / (product > 0.0 ? product : none);
+      });
 }
 
 }  // namespace korvel

@@ -10,19 +10,6 @@
 
 namespace korvel {
 
-int estimate_variable(Workspace ws, const NameOption& option, VarType type, std::int64_t length,
-                      int N2) {
-  std::string_view name = option.typed;
-  if (name.empty()) return 0;
-  int column = 0;
-  if (const auto colon = name.find(':'); colon != std::string_view::npos) {
-    column = static_cast<int>(FSUMS(name.substr(colon + 1)).whole);
-    name = name.substr(0, colon);
-  }
-  if (type == SYMMETRIC) column = 0;
-  return NEWVAR(ws, name, {.ITYPE = type, .LEN = length, .N2 = N2, .column = column});
-}
-
 namespace {
 
 // A series that holds value(row) at the kept rows and the missing code elsewhere. The second block
@@ -31,7 +18,7 @@ template <class F>
 bool store_series(Workspace ws, const NameOption& option, int blocks, F&& value) {
   if (option.text.empty()) return true;
   const std::int64_t length = std::int64_t{DATCOM.MEND} * blocks;
-  const int var = estimate_variable(ws, option, SERIES, length, 1);
+  const int var = make_result(ws, option, SERIES, length, 1);
   if (var == 0) return false;
   const std::span<double> to = elements(ws, var);
   std::fill(to.begin(), to.begin() + std::min<std::ptrdiff_t>(length, std::ssize(to)), MACOM.XMISS);
@@ -41,17 +28,6 @@ bool store_series(Workspace ws, const NameOption& option, int blocks, F&& value)
     to[static_cast<std::size_t>(place)] = value(static_cast<std::size_t>(rows.row));
   }
   return true;
-}
-
-// A vector with one element a coefficient; returns its variable number.
-template <class F>
-int store_vector(Workspace ws, const NameOption& option, int K, F&& value) {
-  if (option.text.empty()) return 0;
-  const int var = estimate_variable(ws, option, SERIES, K, 1);
-  if (var == 0) return 0;
-  const std::span<double> to = elements(ws, var);
-  for (int i = 0; i < K && i < std::ssize(to); ++i) to[static_cast<std::size_t>(i)] = value(i);
-  return var;
 }
 
 }  // namespace
@@ -72,7 +48,7 @@ void store_results(Workspace ws, const Estimate& est, std::span<const double> ha
       !store_series(ws, o.HATDIAG, est.blocks, [&](std::size_t t) { return hat[t]; }))
     return;
   // Behind the coefficients of components stand those of the variables that they are made of.
-  const int all = K + component_variables(ws);
+  const auto all = static_cast<std::size_t>(K + component_variables(ws));
   const auto coefficient = [&](int i) {
     if (i >= K) return component_variable(ws, est, i - K);
     return ComponentVariable{est.coef[static_cast<std::size_t>(i)], standard_error(est, i)};
@@ -83,13 +59,7 @@ void store_results(Workspace ws, const Estimate& est, std::span<const double> ha
   });
   store_vector(ws, o.STDERR, all, [&](int i) { return coefficient(i).se; });
   ADDCOM.KCOEF = store_vector(ws, o.COEFFICE, all, [&](int i) { return coefficient(i).b; });
-  ADDCOM.KCOV = 0;
-  if (o.COVARIAN.text.empty() || OCOM.ODONT) return;
-  const auto words = static_cast<std::int64_t>(packed_words(K));
-  const int var = estimate_variable(ws, o.COVARIAN, SYMMETRIC, words, K);
-  if (var == 0) return;
-  std::copy_n(est.cov.begin(), packed_words(K), elements(ws, var).begin());
-  ADDCOM.KCOV = var;
+  ADDCOM.KCOV = store_symmetric(ws, o.COVARIAN, est.cov, K);
 }
 
 }  // namespace korvel

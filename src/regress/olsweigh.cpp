@@ -76,4 +76,25 @@ double weights_in_place(Workspace ws, const double* weight) {
   return scale;
 }
 
+double usable_weights(Workspace ws, std::span<const double> weight, int var, std::int64_t first) {
+  double sum = 0.0;
+  KeptRows kept(ws);
+  for (std::int64_t t = 0; t < std::ssize(weight); ++t) {
+    kept.next();
+    const double w = weight[static_cast<std::size_t>(t)];
+    if (!std::isfinite(w)) {
+      refuse_values(ws, var);
+      return 0.0;
+    }
+    if (w < 0.0) {
+      fail<"(' ...ERROR..OB NO. ', I0, ' HAS A NEGATIVE WEIGHT')">(kept.obs);
+      return 0.0;
+    }
+    if (t >= first) sum += w;
+  }
+  if (sum > 0.0 && std::isfinite(sum)) return sum;
+  fail<"(' ...ERROR..WEIGHTS OF ', A, ' HAVE NO USABLE SUM')">(NAME(ws, var));
+  return 0.0;
+}
+
 }  // namespace korvel

@@ -11,15 +11,13 @@
 #include "regress/ols_parts.h"
 
 namespace korvel {
-namespace {
-
-constexpr int COEFFICIENTS_A_LINE = 5;
 
 void print_coefficient_row(int obs, std::span<const double> b) {
+  constexpr std::size_t a_line = 5;
   Line row;
   row.put<"(1X, I7)">(obs);
   for (std::size_t j = 0; j < b.size(); ++j) {
-    if (j > 0 && j % COEFFICIENTS_A_LINE == 0) {
+    if (j > 0 && j % a_line == 0) {
       OUTLINE();
       row = Line();
       row.column(9);
@@ -28,8 +26,6 @@ void print_coefficient_row(int obs, std::span<const double> b) {
   }
   OUTLINE();
 }
-
-}  // namespace
 
 bool print_recursive(Workspace ws, const FitData& data, FitRoom& room) {
   const Trace trace("LSREG");

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "engine/commands.h"
+#include "data/results.h"
 #include "engine/output.h"
 #include "expr/kernels/packed.h"
 #include "regress/systems.h"
@@ -123,32 +124,13 @@ std::string_view instrument_name(const SystemModel& model, int l) {
 void print_system_matrix(std::string_view title, std::span<const double> a, int order,
                          std::string_view (*name)(const SystemModel&, int), bool correlation) {
   const SystemModel& model = system_model();
-  const int a_line = correlation ? (OSCOM.OWIDE ? 12 : 7) : (OSCOM.OWIDE ? 8 : 5);
   say(right_trimmed(title));
-  for (int i = 1; i <= order + 1; ++i) {
-    Line row;
-    if (i <= order)
-      row.put<"(1X, A8)">(name(model, i - 1));
-    else
-      row.column(10);
-    const int last = std::min(i, order);
-    for (int j = 1; j <= last; ++j) {
-      if (j > 1 && (j - 1) % a_line == 0) {
-        OUTLINE();
-        row = Line();
-        row.column(10);
-      }
-      if (i > order && correlation)
-        row.put<"(1X, A8)">(name(model, j - 1));
-      else if (i > order)
-        row.put<"(5X, A8)">(name(model, j - 1));
-      else if (correlation)
-        row.put<"(F9.4)">(a[packed(i, j)]);
-      else
-        row.put<"(G13.5)">(a[packed(i, j)]);
-    }
-    OUTLINE();
-  }
+  const auto name_of = [&](int i) { return name(model, i); };
+  const auto value = [&](int i, int j) { return a[packed(i, j)]; };
+  if (correlation)
+    print_correlations(order, name_of, value);
+  else
+    print_covariances(order, name_of, value);
 }
 
 void print_system_title(Workspace ws, const SystemModel& model) {

@@ -154,7 +154,7 @@ bool store_rows(Workspace ws, const NameOption& option, int M, const ResidualRoo
                 std::span<double> values) {
   if (option.text.empty()) return true;
   const std::int64_t length = DATCOM.MEND;
-  const int var = estimate_variable(ws, option, MATRIX2, length * M, M);
+  const int var = make_result(ws, option, MATRIX2, length * M, M);
   if (var == 0) return false;
   const std::span<double> to = elements(ws, var);
   std::ranges::fill(to, MACOM.XMISS);
@@ -167,32 +167,12 @@ bool store_rows(Workspace ws, const NameOption& option, int M, const ResidualRoo
   return true;
 }
 
-template <class F>
-int store_vector(Workspace ws, const NameOption& option, int K, F&& value) {
-  if (option.text.empty() || OCOM.ODONT) return 0;
-  const int var = estimate_variable(ws, option, SERIES, K, 1);
-  if (var == 0) return 0;
-  const std::span<double> to = elements(ws, var);
-  for (int k = 0; k < K; ++k) to[at(k)] = value(k);
-  return var;
-}
-
-int store_packed(Workspace ws, const NameOption& option, int order, std::span<const double> a) {
-  if (option.text.empty() || OCOM.ODONT) return 0;
-  const int var = estimate_variable(ws, option, SYMMETRIC,
-                                    static_cast<std::int64_t>(packed_words(order)), order);
-  if (var == 0) return 0;
-  std::copy_n(a.begin(), packed_words(order), elements(ws, var).begin());
-  return var;
-}
-
 // A column an equation, filled with zeros.
 void store_coefficient_matrix(Workspace ws, const SystemModel& model, const SystemFit& fit) {
   if (SYSCOM.COEFMATR.text.empty() || OCOM.ODONT) return;
   int rows = 0;
   for (const SavedEquation& e : model.equation) rows = std::max(rows, e.K);
-  const int var =
-      estimate_variable(ws, SYSCOM.COEFMATR, MATRIX2, std::int64_t{rows} * model.M, model.M);
+  const int var = make_result(ws, SYSCOM.COEFMATR, MATRIX2, std::int64_t{rows} * model.M, model.M);
   if (var == 0) return;
   const std::span<double> to = elements(ws, var);
   std::ranges::fill(to, 0.0);
@@ -209,11 +189,11 @@ void store_system(Workspace ws, const SystemModel& model, const SystemFit& fit,
   if (!store_rows(ws, o.PREDICT, model.M, room, room.predicted)) return;
   if (!store_rows(ws, o.RESID, model.M, room, room.residual)) return;
   const auto se = [&](int k) { return std::sqrt(std::max(fit.cov[packed(k + 1, k + 1)], 0.0)); };
-  store_vector(ws, o.TRATIO, K, [&](int k) { return t_ratio(fit.coef[at(k)], se(k)); });
-  store_vector(ws, o.STDERR, K, se);
-  ADDCOM.KCOEF = store_vector(ws, o.COEFFICE, K, [&](int k) { return fit.coef[at(k)]; });
-  ADDCOM.KCOV = store_packed(ws, o.COVARIAN, K, fit.cov);
-  store_packed(ws, SYSCOM.SIGMA, model.M, outcome.used);
+  store_vector(ws, o.TRATIO, at(K), [&](int k) { return t_ratio(fit.coef[at(k)], se(k)); });
+  store_vector(ws, o.STDERR, at(K), se);
+  ADDCOM.KCOEF = store_vector(ws, o.COEFFICE, at(K), [&](int k) { return fit.coef[at(k)]; });
+  ADDCOM.KCOV = store_symmetric(ws, o.COVARIAN, fit.cov, K);
+  store_symmetric(ws, SYSCOM.SIGMA, outcome.used, model.M);
   store_coefficient_matrix(ws, model, fit);
 }
 

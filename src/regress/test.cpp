@@ -15,29 +15,6 @@
 namespace korvel {
 namespace {
 
-// Lines of a block are commands of their own; behind it the command that opened it is the current
-// one again, with its line and its own setting of the output.
-class OpenBlock {
- public:
-  OpenBlock() : ikod_(INPCOM.IKOD), line_(INPCOM.KLINE), output_(OCOM.OPUT) {
-    std::memcpy(word_, INPCOM.COMWRD, sizeof word_);
-  }
-  OpenBlock(const OpenBlock&) = delete;
-  OpenBlock& operator=(const OpenBlock&) = delete;
-  ~OpenBlock() {
-    INPCOM.IKOD = ikod_;
-    INPCOM.KLINE = line_;
-    std::memcpy(INPCOM.COMWRD, word_, sizeof word_);
-    OCOM.OPUT = output_;
-  }
-
- private:
-  int ikod_;
-  int line_;
-  bool output_;
-  char word_[sizeof INPCOM.COMWRD];
-};
-
 int base_variable(int var) { return var > 2 * DATCOM.MAXVAR ? (var - 1) / DATCOM.MXCOL : var; }
 
 // What the compiler asks for names.

@@ -3,6 +3,7 @@
 
 #include <span>
 
+#include "data/results.h"
 #include "engine/options.h"
 #include "engine/workspace.h"
 

@@ -19,5 +19,10 @@ struct RecursiveStep {
 // errors at the factor's end grows by the square of the recursive residual; coefficients come from
 // gs_coefficients. No inverse is carried along, so errors don't gather.
 RecursiveStep add_row(std::span<double> factor, int columns, std::span<double> row);
+// Its steps: column i (from 1) of the row, of weight w, enters the factor; what is left of the row
+// is its error.
+void rotate_row(std::span<double> factor, int columns, int i, std::span<double> row, double& w);
+RecursiveStep close_row(std::span<double> factor, int columns, std::span<const double> row,
+                        double w);
 
 }  // namespace korvel
