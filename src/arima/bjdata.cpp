@@ -27,7 +27,7 @@ bool valid_series(Workspace ws, const ListItem& item) {
                                                                  trimmed({INPCOM.COMWRD, KEYLEN}));
   }
   const Place place = item.var > 0 ? INFO(ws, item.var) : Place{};
-  if (place.IADD <= 0 || place.ITYPE < SERIES || place.ITYPE > MATRIX2 || place.N2 > 1) {
+  if (place.IADD <= 0 || place.ITYPE < SERIES || place.ITYPE > MATRIX2 || place.columns() > 1) {
     return bj_fail<"(' ...ERROR..VARIABLE ', A, ' IS NOT VALID')">(BJ_COMMAND, NAME(ws, item.var));
   }
   return true;

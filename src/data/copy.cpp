@@ -60,8 +60,8 @@ struct Cells {
 Cells cells_of(Workspace ws, int var) {
   const Place p = INFO(ws, var);
   const auto data = elements(ws, var);
-  Cells c{.data = data.data(), .type = p.ITYPE, .rows = p.rows(), .columns = std::max(p.N2, 1)};
-  if (data.size() == 1) c.rows = c.columns = 1;  // one element of a series keeps the series' N2
+  Cells c{
+      .data = data.data(), .type = p.ITYPE, .rows = p.rows(), .columns = std::max(p.columns(), 1)};
   if (c.packed_form()) c.rows = c.columns = p.N2;
   return c;
 }

@@ -108,7 +108,7 @@ bool take_item(PrintJob& job, int var) {
   x.type = part ? static_cast<int>(SERIES) : place.ITYPE;
   x.rows = place.LEN;
   if (x.type == MATRIX2) {
-    x.columns = std::max(place.N2, 1);
+    x.columns = std::max(place.columns(), 1);
     x.rows = place.rows();
   } else if (x.triangle()) {
     x.rows = place.N2;

@@ -84,8 +84,7 @@ bool with_storage(Workspace ws, int var, Listed& x) {
   if (var <= 0 || (var > DATCOM.MAXVAR && var <= 2 * DATCOM.MAXVAR)) return false;
   const Place p = INFO(ws, var);
   if (p.IADD <= 0 || p.ITYPE == NOTYPE || p.LEN <= 0) return false;
-  const bool element = var > 2 * DATCOM.MAXVAR && p.LEN == 1;
-  x.columns = element ? 1 : std::max(p.N2, 1);
+  x.columns = std::max(p.columns(), 1);
   x.rows = p.LEN / x.columns;
   x.type = p.ITYPE;
   x.data = &ws.DATA(p.IADD + std::int64_t{4});

@@ -63,8 +63,10 @@ struct Place {
   int INC = 1;
   int ITYPE = 0;
   int LEN = 0;  // elements (of the column)
-  int N2 = 0;   // columns
-  int rows() const { return N2 > 0 ? LEN / N2 : LEN; }
+  int N2 = 0;   // columns; of an element of a series its length
+  // A single element is one row of one column.
+  int columns() const { return LEN < N2 ? 1 : N2; }
+  int rows() const { return columns() > 0 ? LEN / columns() : LEN; }
 };
 
 // The old area, if any, is given up only when the new one is there.

@@ -171,7 +171,7 @@ class PlotRowsInUse {
 
 int usable_rows(Workspace ws, int var) {
   const Place place = INFO(ws, var);
-  const bool table = place.ITYPE == MATRIX2 && place.N2 > 1;
+  const bool table = place.ITYPE == MATRIX2 && place.columns() > 1;
   return table ? place.rows() : place.LEN;
 }
 

@@ -40,7 +40,7 @@ bool take_bounds(Workspace ws, const NameOption& option, std::span<double> to) {
   const Place place = INFO(ws, option.var);
   const std::span<const double> from = elements(ws, option.var);
   if (OCOM.ODONT) return false;
-  if (place.N2 > 1 || from.size() != to.size()) {
+  if (place.columns() > 1 || from.size() != to.size()) {
     fail<"(' ...ERROR..SA BOUNDS MATRIX... ', A, ' HAS WRONG DIMENSIONS')">(option.text);
     return false;
   }

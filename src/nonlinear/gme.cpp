@@ -75,7 +75,7 @@ bool take_matrix(Workspace ws, const NameOption& option, int count, Matrix& matr
   const Place place = INFO(ws, option.var);
   if (OCOM.ODONT) return false;
   matrix.values = elements(ws, option.var);
-  const bool column = place.N2 <= 1;
+  const bool column = place.columns() <= 1;
   matrix.rows = column ? 1 : place.rows();
   matrix.size = column ? place.LEN : place.N2;
   const bool numbers = place.ITYPE == SERIES || place.ITYPE == MATRIX2;

@@ -94,7 +94,7 @@ bool take_list(Workspace ws, ForecastModel& model) {
     }
     const Place place = item.var > 0 ? INFO(ws, item.var) : Place{};
     const bool matrix = item.var > 0 && item.var <= DATCOM.MAXVAR && place.ITYPE == MATRIX2;
-    const int columns = matrix ? std::max(place.N2, 1) : 1;
+    const int columns = matrix ? std::max(place.columns(), 1) : 1;
     const int var = item.var;
     for (int j = 1; j <= columns; ++j) {
       if (columns > 1) item.var = var * DATCOM.MXCOL + j;

@@ -56,7 +56,7 @@ bool add_listed(Workspace ws, ListItem item, std::vector<ListItem>& to) {
   int columns = 1;
   if (item.var > 0 && item.var <= DATCOM.MAXVAR && !OSCOM.OSCAN) {
     const Place place = INFO(ws, item.var);
-    if (place.ITYPE == MATRIX2 && place.N2 > 1) {
+    if (place.ITYPE == MATRIX2 && place.columns() > 1) {
       columns = place.N2;
       item.var = item.var * DATCOM.MXCOL + 1;
     }

@@ -99,7 +99,7 @@ void drop_spoilt(PcJob& job, std::int64_t spoilt, std::span<double> own, std::sp
 void warn_constants(Workspace ws, const PcJob& job) {
   std::size_t c = 0;
   for (const ListItem& item : SCNCOM.list()) {
-    const int columns = std::max(INFO(ws, item.var).N2, 1);
+    const int columns = std::max(INFO(ws, item.var).columns(), 1);
     for (int j = 0; j < columns && c < job.moments.size(); ++j, ++c) {
       if (job.moments[c].squares == 0.0) {
         warn<"(' ...WARNING..VARIABLE ', A, ' IS A CONSTANT')">(NAME(ws, item.var));

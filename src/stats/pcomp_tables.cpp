@@ -19,7 +19,7 @@ constexpr std::int64_t ROWS = 256;  // observations of a block of components
 // Name of column i: matrices in the list have several of one name.
 std::string_view variable_name(Workspace ws, int i) {
   for (const ListItem& item : SCNCOM.list()) {
-    const int columns = std::max(INFO(ws, item.var).N2, 1);
+    const int columns = std::max(INFO(ws, item.var).columns(), 1);
     if (i < columns) return NAME(ws, item.var);
     i -= columns;
   }

@@ -82,7 +82,7 @@ bool add_variable(Workspace ws, StatJob& job, int var, std::string_view name) {
     fail<"(' ...ERROR..VARIABLE ', A, ' IS INVALID')">(name);
     return false;
   }
-  const bool matrix = place.ITYPE == MATRIX2 && place.N2 > 1;
+  const bool matrix = place.ITYPE == MATRIX2 && place.columns() > 1;
   if (place.ITYPE >= STRING5 || (StatOption::chosen<"MATRIX">() && place.ITYPE > MATRIX2)) {
     return add_column(job, var, nullptr, 0, name, 0);
   }
@@ -96,7 +96,7 @@ bool add_variable(Workspace ws, StatJob& job, int var, std::string_view name) {
   }
   if (OCOM.OPUT) say<"(' ...NOTE..TREATING COLUMNS OF ', A, ' AS VECTORS ')">(name);
   const std::int64_t rows = place.rows();
-  for (int j = 0; j < place.N2; ++j) {
+  for (int j = 0; j < place.columns(); ++j) {
     add_column(job, var, data.data() + rows * j, rows, name, j + 1);
   }
   return true;
