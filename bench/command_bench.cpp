@@ -3,24 +3,11 @@
 // number.
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <string>
 
-#include "engine/run.h"
+#include "session.h"
 
 namespace {
-
-double seconds(const std::string& commands) {
-  korvel::RunSettings settings;
-  settings.commands = commands;
-  settings.have_commands = true;
-  settings.quiet = true;
-  settings.output = "/dev/null";
-  settings.par = 120000;
-  const auto start = std::chrono::steady_clock::now();
-  korvel::run_korvel(settings);
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 std::string repeated(const std::string& text, int times) {
   std::string all;
@@ -39,8 +26,8 @@ void measure(benchmark::State& state, const std::string& data, const std::string
   const std::string few = data + command;
   const std::string many = few + repeated(command, times);
   for (auto _ : state) {
-    const double base = seconds(few);
-    state.SetIterationTime((seconds(many) - base) / times);
+    const double base = session_seconds(few);
+    state.SetIterationTime((session_seconds(many) - base) / times);
   }
 }
 

@@ -3,24 +3,11 @@
 // the same run without them.
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <string>
 
-#include "engine/run.h"
+#include "session.h"
 
 namespace {
-
-double seconds(const std::string& commands) {
-  korvel::RunSettings settings;
-  settings.commands = commands;
-  settings.have_commands = true;
-  settings.quiet = true;
-  settings.output = "/dev/null";
-  settings.par = 200000;
-  const auto start = std::chrono::steady_clock::now();
-  korvel::run_korvel(settings);
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 // A regression on four regressors and the constant.
 void test(benchmark::State& state, const char* options) {
@@ -34,8 +21,8 @@ void test(benchmark::State& state, const char* options) {
   std::string many;
   for (int i = 0; i < times; ++i) many += command;
   for (auto _ : state) {
-    const double base = seconds(data);
-    state.SetIterationTime((seconds(data + many) - base) / times);
+    const double base = session_seconds(data);
+    state.SetIterationTime((session_seconds(data + many) - base) / times);
   }
 }
 BENCHMARK_CAPTURE(test, bootstrap, "BOOTSAMP=1000")

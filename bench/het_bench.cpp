@@ -2,7 +2,6 @@
 // likelihood with its gradient, and the pass that sums the information matrix.
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -11,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/run.h"
 #include "expr/kernels/packed.h"
 #include "nonlinear/nlhet.h"
+#include "session.h"
 
 namespace {
 
@@ -36,17 +35,6 @@ struct Series {
   std::vector<double> x, y, X;
 };
 
-double seconds(const std::string& commands) {
-  RunSettings settings;
-  settings.commands = commands;
-  settings.have_commands = true;
-  settings.quiet = true;
-  settings.output = "/dev/null";
-  const auto start = std::chrono::steady_clock::now();
-  run_korvel(settings);
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 void command(benchmark::State& state) {
   const Series s(10000);
   const std::string name = "/tmp/korvel_het_bench_" + std::to_string(std::rand()) + ".dat";
@@ -60,8 +48,8 @@ void command(benchmark::State& state) {
   std::string few = "SET NOWARN\nSAMPLE 1 10000\nREAD(" + name + ") Y X\n" + one, many = few;
   for (int i = 0; i < times; ++i) many += one;
   for (auto _ : state) {
-    const double base = seconds(few);
-    state.SetIterationTime((seconds(many) - base) / times);
+    const double base = session_seconds(few);
+    state.SetIterationTime((session_seconds(many) - base) / times);
   }
   std::remove(name.c_str());
 }

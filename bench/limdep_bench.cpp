@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/run.h"
 #include "expr/kernels/packed.h"
 #include "limdep/likelihood.h"
+#include "session.h"
 
 namespace {
 
@@ -63,13 +63,7 @@ void command(benchmark::State& state, const std::string& line) {
   const std::string data =
       "SET RANFIX\nSAMPLE 1 200000\nDO #=1,10\nGENR X#=NOR(1)\nENDO\n"
       "GENR S=0.3+X1/3+X2/4-X3/5+X4/9-X5/6+NOR(1)\nGENR Y=S.GT.0\nGENR T=S*Y\n";
-  korvel::RunSettings settings;
-  settings.commands = data + line;
-  settings.have_commands = settings.quiet = true;
-  settings.mirror_errors = false;
-  settings.output = "/dev/null";
-  settings.par = 60000;
-  for (auto _ : state) korvel::run_korvel(settings);
+  for (auto _ : state) run_session(data + line, 60000);
 }
 BENCHMARK_CAPTURE(command, no_command, "")->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(command, probit, "PROBIT Y X1-X10\n")

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "engine/run.h"
+#include "session.h"
 
 namespace {
 
@@ -15,12 +15,7 @@ void estimations(benchmark::State& state) {
   for (std::int64_t i = 0; i < state.range(0); ++i) {
     commands += "?NL 1 / NCOEF=2\nEQ Y=A*EXP(-B*X)\nCOEF A 1 B 0.2\nEND\n";
   }
-  korvel::RunSettings settings;
-  settings.commands = commands;
-  settings.have_commands = true;
-  settings.quiet = true;
-  settings.output = "/dev/null";
-  for (auto _ : state) benchmark::DoNotOptimize(korvel::run_korvel(settings));
+  for (auto _ : state) run_session(commands, 20480);
 }
 BENCHMARK(estimations)->Arg(0)->Arg(10)->Unit(benchmark::kMillisecond)->UseRealTime();
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "engine/run.h"
+#include "session.h"
 
 namespace {
 
@@ -12,13 +12,7 @@ void command(benchmark::State& state, const std::string& line) {
       "SET RANFIX\nSAMPLE 1 200000\nDO #=1,5\nGENR X#=NOR(1)\nENDO\n"
       "GENR S=0.3+X1/3+X2/4-X3/5+X4/9-X5/6\nGENR E=UNI(1)\nGENR T=EXP(S)*(-LOG(E))**0.7\n"
       "GENR C=(E.GT.0.3)+(E.GT.0.55)*(S.GT.0)+2*(E.GT.0.8)+3*(E.GT.0.95)*(S.GT.0.3)\n";
-  korvel::RunSettings settings;
-  settings.commands = data + line;
-  settings.have_commands = settings.quiet = true;
-  settings.mirror_errors = false;
-  settings.output = "/dev/null";
-  settings.par = 60000;
-  for (auto _ : state) korvel::run_korvel(settings);
+  for (auto _ : state) run_session(data + line, 60000);
 }
 BENCHMARK_CAPTURE(command, no_command, "")->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(command, poisson, "MLE C X1-X5 / TYPE=POISSON\n")

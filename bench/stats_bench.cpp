@@ -3,26 +3,13 @@
 // command is the difference between runs with many and with few of them, divided by their number.
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <string>
 #include <vector>
 
-#include "engine/run.h"
+#include "session.h"
 #include "stats/hodrick.h"
 
 namespace {
-
-double seconds(const std::string& commands) {
-  korvel::RunSettings settings;
-  settings.commands = commands;
-  settings.have_commands = true;
-  settings.quiet = true;
-  settings.output = "/dev/null";
-  settings.par = 200000;
-  const auto start = std::chrono::steady_clock::now();
-  korvel::run_korvel(settings);
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 void measure(benchmark::State& state, int rows, int columns, const std::string& command) {
   constexpr int TIMES = 10;
@@ -31,8 +18,8 @@ void measure(benchmark::State& state, int rows, int columns, const std::string& 
   std::string many = data;
   for (int i = 0; i <= TIMES; ++i) many += command;
   for (auto _ : state) {
-    const double base = seconds(data + command);
-    state.SetIterationTime((seconds(many) - base) / TIMES);
+    const double base = session_seconds(data + command);
+    state.SetIterationTime((session_seconds(many) - base) / TIMES);
   }
 }
 

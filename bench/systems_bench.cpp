@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "engine/run.h"
+#include "session.h"
 
 namespace {
 
@@ -12,13 +12,7 @@ void command(benchmark::State& state, const std::string& lines) {
   const std::string data =
       "SET RANFIX\nSAMPLE 1 100000\nDO #=1,8\nGENR Z#=NOR(1)\nENDO\nGENR U=NOR(1)\n"
       "GENR Y3=Z1+Z2-Z5/2+U+NOR(1)\nGENR Y2=Y3/2+Z3+Z4/3-U+NOR(1)\nGENR Y1=Y2/2-Y3/3+Z6+U+NOR(1)\n";
-  korvel::RunSettings settings;
-  settings.commands = data + lines;
-  settings.have_commands = settings.quiet = true;
-  settings.mirror_errors = false;
-  settings.output = "/dev/null";
-  settings.par = 40000;
-  for (auto _ : state) korvel::run_korvel(settings);
+  for (auto _ : state) run_session(data + lines, 40000);
 }
 const char* const EQUATIONS = "OLS Y1 Y2 Y3 Z6\nOLS Y2 Y3 Z3 Z4\nOLS Y3 Z1 Z2 Z5\n";
 

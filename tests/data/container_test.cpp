@@ -24,14 +24,9 @@ namespace {
 using korvel_test::holds;
 using korvel_test::Listing;
 using korvel_test::run_commands;
+using korvel_test::values;
 using V = std::vector<double>;
 
-V values(std::string_view name) {
-  const int var = VARNUM(workspace(), name);
-  if (var <= 0) return {-12345};
-  const auto e = elements(workspace(), var);
-  return {e.begin(), e.end()};
-}
 std::vector<std::uint64_t> bits(std::string_view name) {
   std::vector<std::uint64_t> all;
   for (const double x : values(name)) all.push_back(std::bit_cast<std::uint64_t>(x));
@@ -357,14 +352,14 @@ TEST_F(Containers, Databanks) {
         {"\"c\"\n2\n3\n1 2 3 4 5 6\n",
          {1, 2, 3, 4, 5, 6},
          " .DB FILE CONTAINS MATRIX WITH    2 ROWS AND   3 COLUMNS"},
-        {"\"c\nx\n", {-12345}, "READ ERROR IN .DB FILE AT LINE     2"},
-        {"\"c\n4\n1980.5\n1981.1\n1\n", {-12345}, "READ ERROR IN .DB FILE AT LINE     3"},
-        {"\"c\n4\n1980.1\n1979.1\n1\n", {-12345}, "READ ERROR IN .DB FILE AT LINE     4"},
-        {"\"c\n0\n1.00\n3.00\n1\n2\nx y z\n", {-12345}, "READ ERROR IN .DB FILE AT LINE     7"},
-        {"\"c\n0\n1.00\n999999999.00\n1\n2\n", {-12345}, "READ ERROR IN .DB FILE AT LINE     4"},
-        {"\"c\n99999\n99999999\n1\n", {-12345}, "READ ERROR IN .DB FILE AT LINE     3"},
+        {"\"c\nx\n", {}, "READ ERROR IN .DB FILE AT LINE     2"},
+        {"\"c\n4\n1980.5\n1981.1\n1\n", {}, "READ ERROR IN .DB FILE AT LINE     3"},
+        {"\"c\n4\n1980.1\n1979.1\n1\n", {}, "READ ERROR IN .DB FILE AT LINE     4"},
+        {"\"c\n0\n1.00\n3.00\n1\n2\nx y z\n", {}, "READ ERROR IN .DB FILE AT LINE     7"},
+        {"\"c\n0\n1.00\n999999999.00\n1\n2\n", {}, "READ ERROR IN .DB FILE AT LINE     4"},
+        {"\"c\n99999\n99999999\n1\n", {}, "READ ERROR IN .DB FILE AT LINE     3"},
         {"\"cCREATED BY KORVEL FOR  VARIABLE: Z       \"\n0\n1.\n1.\n5\n",
-         {-12345},
+         {},
          "\n WRONG VARIABLE IN DATABANK\n"}}) {
     put("bank/x.db", c.text);
     std::filesystem::remove("bank/X.DB");

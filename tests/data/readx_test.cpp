@@ -15,33 +15,12 @@
 namespace korvel {
 namespace {
 
+using korvel_test::DataFile;
 using korvel_test::holds;
 using korvel_test::Listing;
 using korvel_test::run_commands;
+using korvel_test::values;
 using V = std::vector<double>;
-
-V values(std::string_view name) {
-  const int var = VARNUM(workspace(), name);
-  if (var <= 0) return {-12345};
-  const auto e = elements(workspace(), var);
-  return {e.begin(), e.end()};
-}
-
-// A file for one test.
-class DataFile {
- public:
-  explicit DataFile(const std::string& text, const std::string& tail = ".txt")
-      : name_("/tmp/korvel_readx_" + std::to_string(getpid()) + tail) {
-    std::ofstream(name_, std::ios::binary) << text;
-  }
-  ~DataFile() { std::remove(name_.c_str()); }
-  DataFile(const DataFile&) = delete;
-  DataFile& operator=(const DataFile&) = delete;
-  std::string read(const std::string& rest) const { return "READ(" + name_ + ") " + rest + "\n"; }
-
- private:
-  std::string name_;
-};
 
 TEST(ReadStream, RowsUpToTheTerminator) {
   struct Case {

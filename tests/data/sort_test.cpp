@@ -22,14 +22,10 @@ namespace {
 using korvel_test::holds;
 using korvel_test::Listing;
 using korvel_test::run_commands;
+using korvel_test::values;
 
 constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double INF = std::numeric_limits<double>::infinity();
-
-std::vector<double> values(const char* name) {
-  const auto x = elements(workspace(), VARNUM(workspace(), name));
-  return {x.begin(), x.end()};
-}
 
 // The standard library's stable sort of the kept rows, by the kernel's order.
 std::vector<std::size_t> expected_order(const std::vector<double>& key, const SortRows& rows,

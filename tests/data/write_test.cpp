@@ -28,14 +28,8 @@ namespace fs = std::filesystem;
 using korvel_test::holds;
 using korvel_test::Listing;
 using korvel_test::run_commands;
+using korvel_test::values;
 using V = std::vector<double>;
-
-V values(std::string_view name) {
-  const int var = VARNUM(workspace(), name);
-  if (var <= 0) return {-12345};
-  const auto e = elements(workspace(), var);
-  return {e.begin(), e.end()};
-}
 
 // A folder for one test; "@" in commands stands for it.
 class WriteTest : public testing::Test {

@@ -20,14 +20,11 @@ namespace {
 using korvel_test::holds;
 using korvel_test::Listing;
 using korvel_test::run_commands;
+using korvel_test::values;
 
 const std::string DATA =
     "SAMPLE 1 120\nREAD(" KORVEL_TEST_DATA "/nonlinear/mle.dat) DUR CNT PROP LIN X1 X2 W HEAVY\n";
 
-std::vector<double> values(const std::string& name) {
-  const std::span<double> v = elements(workspace(), VARNUM(workspace(), name));
-  return {v.begin(), v.end()};
-}
 double llf() { return temporary(temporary_place("LLF")); }
 
 void expect_near(const std::vector<double>& got, const double* truth, double tolerance,

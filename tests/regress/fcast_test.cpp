@@ -19,6 +19,7 @@ namespace {
 using korvel_test::holds;
 using korvel_test::Listing;
 using korvel_test::run_commands;
+using korvel_test::values;
 
 std::vector<std::string> split(const std::string& text, char at) {
   std::vector<std::string> parts;
@@ -31,11 +32,6 @@ std::vector<std::string> split(const std::string& text, char at) {
 std::string start() {
   return "SAMPLE 1 17\nREAD(" KORVEL_TEST_DATA
          "/textile.dat) T C I P\nGENR D=(C.GT.130)+(T.EQ.1925)\nDIM F 17 R 17 S 17 YM 17 3\n";
-}
-
-std::vector<double> values(const std::string& name) {
-  const std::span<double> x = elements(workspace(), VARNUM(workspace(), name));
-  return {x.begin(), x.end()};
 }
 
 TEST(Fcast, AgainstR) {

@@ -17,24 +17,10 @@ namespace {
 using korvel_test::holds;
 using korvel_test::Listing;
 using korvel_test::run_commands;
+using korvel_test::temp;
+using korvel_test::textile;
+using korvel_test::values;
 using Reals = std::vector<double>;
-
-Listing textile(const std::string& commands, std::int64_t par = 20480) {
-  return run_commands("SAMPLE 1 17\nREAD(" KORVEL_TEST_DATA "/textile.dat) T C I P\n" + commands,
-                      par);
-}
-
-double temp(std::string_view name) {
-  for (std::size_t i = 0; i < NTEMPS; ++i) {
-    if (TEMPNAMES[i] == name) return TEMCOM.TEMVAL[i];
-  }
-  return 0;
-}
-
-Reals values_of(std::string_view name) {
-  const auto v = elements(workspace(), VARNUM(workspace(), name));
-  return {v.begin(), v.end()};
-}
 
 TEST(HouseholderTests, ExactDurbinWatson) {
   const struct {
@@ -125,7 +111,7 @@ TEST(HouseholderTests, FitsLikeGramSchmidt) {
       const Listing out = textile(head + tail + method + "\n");
       EXPECT_EQ(out.status, 0) << out.text;
       for (const char* name : {"B", "S", "E", "F", "H"}) {
-        if (VARNUM(workspace(), name) != 0) results[i].push_back(values_of(name));
+        if (VARNUM(workspace(), name) != 0) results[i].push_back(values(name));
       }
       results[i].push_back({temp("SSE"), temp("R2"), temp("LLF"), temp("RAW")});
       ++i;

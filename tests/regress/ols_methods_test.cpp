@@ -20,12 +20,9 @@ namespace {
 using korvel_test::holds;
 using korvel_test::Listing;
 using korvel_test::run_commands;
+using korvel_test::temp;
+using korvel_test::textile;
 using Reals = std::vector<double>;
-
-Listing textile(const std::string& commands, std::int64_t par = 20480) {
-  return run_commands("SAMPLE 1 17\nREAD(" KORVEL_TEST_DATA "/textile.dat) T C I P\n" + commands,
-                      par);
-}
 
 void expect_values(std::string_view name, const Reals& truth, double relative = 1e-9) {
   const auto v = elements(workspace(), VARNUM(workspace(), name));
@@ -33,13 +30,6 @@ void expect_values(std::string_view name, const Reals& truth, double relative = 
   for (std::size_t i = 0; i < v.size(); ++i) {
     EXPECT_NEAR(v[i], truth[i], relative * std::fabs(truth[i])) << name << " " << i;
   }
-}
-
-double temp(std::string_view name) {
-  for (std::size_t i = 0; i < NTEMPS; ++i) {
-    if (TEMPNAMES[i] == name) return TEMCOM.TEMVAL[i];
-  }
-  return 0;
 }
 
 TEST(OlsMethods, AlmonLags) {

@@ -18,6 +18,7 @@ namespace {
 
 using korvel_test::Listing;
 using korvel_test::run_commands;
+using korvel_test::temp;
 
 std::string start(const std::string& data) {
   const std::string at = KORVEL_TEST_DATA;
@@ -55,11 +56,6 @@ Printed printed(std::string field) {
 void expect_printed(const std::string& field, double truth, const std::string& where) {
   const Printed p = printed(field);
   EXPECT_LE(std::fabs(p.value - truth), 0.5001 * p.unit) << where << " '" << field << "' " << truth;
-}
-
-double temp(std::string_view name) {
-  const auto at = std::find(TEMPNAMES.begin(), TEMPNAMES.end(), name);
-  return TEMCOM.TEMVAL[static_cast<std::size_t>(at - TEMPNAMES.begin())];
 }
 
 std::vector<std::string> split(const std::string& text, char at) {

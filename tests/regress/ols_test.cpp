@@ -16,25 +16,9 @@ namespace {
 using korvel_test::holds;
 using korvel_test::Listing;
 using korvel_test::run_commands;
-
-Listing textile(const std::string& commands) {
-  return run_commands("SAMPLE 1 17\nREAD(" KORVEL_TEST_DATA "/textile.dat) T C I P\n" + commands);
-}
-
-double temp(std::string_view name) {
-  for (std::size_t i = 0; i < NTEMPS; ++i) {
-    if (TEMPNAMES[i] == name) return TEMCOM.TEMVAL[i];
-  }
-  ADD_FAILURE() << name;
-  return 0;
-}
-
-std::vector<double> values(std::string_view name) {
-  const int var = VARNUM(workspace(), name);
-  if (var <= 0) return {};
-  const auto v = elements(workspace(), var);
-  return {v.begin(), v.end()};
-}
+using korvel_test::temp;
+using korvel_test::textile;
+using korvel_test::values;
 
 void expect_values(std::string_view name, const std::vector<double>& truth,
                    double relative = 2e-8) {

@@ -20,6 +20,8 @@ namespace {
 using korvel_test::holds;
 using korvel_test::Listing;
 using korvel_test::run_commands;
+using korvel_test::temp;
+using korvel_test::values;
 using Reals = std::vector<double>;
 
 const std::string KLEIN = "SAMPLE 1 23\nREAD(" KORVEL_TEST_DATA
@@ -32,21 +34,9 @@ const std::string THREE = "OLS C P P(1) W\nOLS I P P(1) K(1)\nOLS WP X X(1) A\n"
 const std::string EXOGS = "T G A WG P(1) K(1) X(1)";
 const std::string FIRMS = "OLS I1 F1 C1\nOLS I2 F2 C2\nOLS I3 F3 C3\nOLS I4 F4 C4\nOLS I5 F5 C5\n";
 
-double temp(std::string_view name) {
-  for (std::size_t i = 0; i < NTEMPS; ++i) {
-    if (TEMPNAMES[i] == name) return TEMCOM.TEMVAL[i];
-  }
-  return 0;
-}
-
-Reals values_of(std::string_view name) {
-  const auto v = elements(workspace(), VARNUM(workspace(), name));
-  return {v.begin(), v.end()};
-}
-
 void expect_close(std::string_view name, const Reals& wanted, double relative,
                   const std::string& what) {
-  const Reals got = values_of(name);
+  const Reals got = values(name);
   ASSERT_EQ(got.size(), wanted.size()) << what << ' ' << name;
   for (std::size_t k = 0; k < got.size(); ++k) {
     EXPECT_NEAR(got[k], wanted[k], relative * std::fabs(wanted[k])) << what << ' ' << name << k;
@@ -195,8 +185,8 @@ TEST(SystemTests, Statistics) {
   EXPECT_NEAR(temp("LLF"), -76.13876531924177, 1e-9);
   EXPECT_EQ(temp("ADR2"), 9999999);
   // gretl's covariance of the residuals of two-stage least squares.
-  EXPECT_NEAR(values_of("S")[1], 0.437847752926, 1e-10);
-  EXPECT_NEAR(values_of("S")[5], 0.476426855681, 1e-10);
+  EXPECT_NEAR(values("S")[1], 0.437847752926, 1e-10);
+  EXPECT_NEAR(values("S")[5], 0.476426855681, 1e-10);
   run_commands(KLEIN + "?SYSTEM 3 / DN AUTO\n" + THREE);
   EXPECT_NEAR(temp("LLF"), -69.3222068540167, 1e-8);
   EXPECT_TRUE(holds(run_commands(KLEIN + "GENR I2=-2*I\nSYSTEM 2 / FM\nOLS I P\nOLS I2 K\n"),
@@ -214,8 +204,8 @@ TEST(SystemTests, AgreesWithOls) {
         (o.find("CONS") < 9 ? "NOCONSTANT " : "") + (o.find("END") < 9 ? "END=15 " : "") +
         "COEF=B1 STDERR=S1 COVARIAN=V1 RESID=E1 PREDICT=F1\n?2SLS C P B (B P) " + o + tail);
     for (const char* name : {"B", "S", "V", "E", "F"}) {
-      const Reals wanted = values_of(name + std::string("1"));
-      const Reals got = values_of(name + std::string("2"));
+      const Reals wanted = values(name + std::string("1"));
+      const Reals got = values(name + std::string("2"));
       ASSERT_EQ(got.size(), wanted.size()) << option << name;
       for (std::size_t k = 0; k < got.size(); ++k) {
         EXPECT_NEAR(got[k], wanted[k], 1e-7 * std::fabs(wanted[k]) + 1e-9) << option << name << k;
@@ -225,7 +215,7 @@ TEST(SystemTests, AgreesWithOls) {
   run_commands("SAMPLE 1 16\nREAD(" KORVEL_TEST_DATA
                "/nist/Longley.dat) Y X1-X6 / SKIPLINE=60\nGENR Z=X1\n?SYSTEM 2 / FM COEF=B\n"
                "OLS Z X2 X3\nOLS Y X1-X6\n");
-  const Reals b = values_of("B");
+  const Reals b = values("B");
   ASSERT_EQ(b.size(), 10U);
   EXPECT_NEAR(b[3], 15.0618722713733, 1e-9);
   EXPECT_NEAR(b[8], 1829.15146461355, 1e-7);
@@ -246,10 +236,10 @@ TEST(SystemTests, Simulation) {
 
 TEST(SystemTests, StoredResults) {
   run_commands(KLEIN + "?SYSTEM 3 / DN AUTO DROP RESID=E PREDICT=F COEFMATR=M COEF=B\n" + THREE);
-  const Reals e = values_of("E"), f = values_of("F"), c = values_of("C"), m = values_of("M");
+  const Reals e = values("E"), f = values("F"), c = values("C"), m = values("M");
   ASSERT_EQ(e.size(), 69U);
   ASSERT_EQ(m.size(), 12U);
-  EXPECT_EQ(m, values_of("B"));
+  EXPECT_EQ(m, values("B"));
   // Row 3, the first with a lag, is dropped; residuals are those of the transformed equation.
   EXPECT_EQ(e[2], MACOM.XMISS);
   EXPECT_NEAR(e[3], -1.43361455695, 1e-9);
@@ -266,7 +256,7 @@ TEST(SystemTests, NamesAcrossEquations) {
       run_commands(KLEIN + "?SYSTEM 3 / RESTRICT COEF=B\n" + THREE +
                    "RESTRICT P=P:2\nRESTRICT CONSTANT:3=1\nEND\n"
                    "TEST P:1-P:2\nTEST CONSTANT:3=1\nTEST K\n?TEST X=.4\nTEST X:1\n");
-  const Reals b = values_of("B");
+  const Reals b = values("B");
   EXPECT_NEAR(b[0], b[4], 1e-12);
   EXPECT_NEAR(b[11], 1.0, 1e-12);
   EXPECT_NEAR(temp("VAL"), b[8] - 0.4, 1e-14);
@@ -286,7 +276,7 @@ TEST(SystemTests, MomentFiles) {
   EXPECT_EQ(out.status, 0) << out.text;
   // C, I, T, G, K, P and the constant: 28 elements.
   EXPECT_TRUE(holds(out, " ..THE OUT OPTION REQUIRES A FILE WITH SIZE=224\n"));
-  EXPECT_EQ(values_of("B"), values_of("B2"));
+  EXPECT_EQ(values("B"), values("B2"));
   // As many columns in another order.
   const Listing other = run_commands(KLEIN + file + "SYSTEM 2 T G / IN=21\n" + lines);
   EXPECT_TRUE(holds(other, " ...ERROR..UNIT 21 DOES NOT HOLD THE MOMENTS OF THIS SYSTEM: 224"))

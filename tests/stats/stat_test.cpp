@@ -19,18 +19,12 @@ using korvel_test::holds;
 using korvel_test::LRE;
 using korvel_test::PLANT;
 using korvel_test::run_commands;
+using korvel_test::temp;
 using korvel_test::values;
 
 constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double INF = std::numeric_limits<double>::infinity();
 const std::string NIST = std::string(KORVEL_TEST_DATA) + "/nist/";
-
-double temp(const char* name) {
-  for (std::size_t i = 0; i < TEMPNAMES.size(); ++i) {
-    if (TEMPNAMES[i] == name) return TEMCOM.TEMVAL[i];
-  }
-  return NaN;
-}
 
 TEST(Stat, CertifiedMoments) {
   struct Case {
