@@ -58,9 +58,10 @@ void make_model(const BjOrders& orders, std::span<const double> b, bool mean, Bj
 struct ArmRoom {
   std::span<double> w, e;
   ArmRoom(std::span<double> room, std::size_t n)
-      : w(room.first(PRESAMPLE + n)), e(room.subspan(PRESAMPLE + n, 2 * PRESAMPLE + n)) {}
+      : w(room.first(PRESAMPLE + n)),
+        e(room.subspan(PRESAMPLE + n, std::size_t{2} * PRESAMPLE + n)) {}
 };
-constexpr std::size_t arm_words(std::size_t n) { return 2 * n + 3 * PRESAMPLE; }
+constexpr std::size_t arm_words(std::size_t n) { return 2 * n + std::size_t{3} * PRESAMPLE; }
 
 // Residuals a(t) by back-forecasting (Box and Jenkins 1976, section 7.1) and their sum of squares,
 // those before the sample included. The places of a before the first residual that the lags allow

@@ -51,7 +51,7 @@ std::unique_ptr<TextInput> keyboard_input();
 // The next whole command, continued lines joined, for a body that is stored and not run: as typed,
 // nothing replaced. False at the end of the input.
 struct BodyLine;
-bool read_stored_line(BodyLine& line);
+bool read_stored_line(BodyLine& out);
 // Echo of a line that is stored.
 void echo_stored_line(std::string_view text);
 

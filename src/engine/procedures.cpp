@@ -121,7 +121,7 @@ std::string procedure_file(std::string_view typed) {
   }
   for (const std::string& name : {std::string(typed), high, low}) {
     for (const char* extension : {".PRC", ".prc", ""}) {
-      const std::string path = resolve_read_name(RUNCOM.vproc + name + extension);
+      std::string path = resolve_read_name(RUNCOM.vproc + name + extension);
       const auto file = open_text(path);
       if (file == nullptr) continue;
       if (*extension != '\0') return path;

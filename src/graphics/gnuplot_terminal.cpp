@@ -174,8 +174,10 @@ std::string PlotJob::terminal_lines() {
       break;
     case Terminal::svg:
       // White behind it, or a dark page or viewer shows black letters on black.
+      // Lines without a title of their own would bear the name of the data file, which is no use.
       line = WIDE ? "set term svg size 960,540 background 'white'\n"
                   : "set term svg size 640,480 background 'white'\n";
+      line += "set key noautotitle\n";
       break;
     case Terminal::pdf:
       line = WIDE ? "set term pdf size 9in,5in\n" : "set term pdf size 6in,4.5in\n";

@@ -179,8 +179,9 @@ struct Sizes {
     return words;
   }
   std::int64_t words() const {
-    return static_cast<std::int64_t>(loaded) + columns * (SURVEY_WORDS + 4) + std::int64_t{5} * M +
-           2 * static_cast<std::int64_t>(packed_words(M)) + 2 * choices + by_rows() + work();
+    return static_cast<std::int64_t>(loaded) + columns * (SURVEY_WORDS + std::int64_t{4}) +
+           std::int64_t{5} * M + 2 * static_cast<std::int64_t>(packed_words(M)) +
+           std::int64_t{2} * choices + by_rows() + work();
   }
 };
 

@@ -168,7 +168,7 @@ std::int64_t model_words(const HetModel& m, std::int64_t rows) {
   const std::int64_t by_rows = HetRows::padded(r.K) + HetRows::padded(r.M) + 2 +
                                (OLSCOM.weighted ? 1 : 0) + LOADX_copies(m.loaded);
   const std::int64_t room = std::max({het_start_words(m), minimiser_words(P), het_cov_words(P)});
-  return by_rows * rows + 5 * P + 2 + packed_P + value_words(r) + room;
+  return by_rows * rows + std::int64_t{5} * P + 2 + packed_P + value_words(r) + room;
 }
 
 // Carves the room, loads the columns, and lays the rows of X and Z out. False after an error.

@@ -101,7 +101,7 @@ struct Sizes {
   std::int64_t work() const {
     const auto triangle = static_cast<std::int64_t>(packed_words(M + 1));
     return std::max({mle_start_words(K, rows), minimiser_words(M), newton_words(M),
-                     triangle + 4 * (M + 1) + std::int64_t{M} * M + newton_words(M)});
+                     triangle + std::int64_t{4} * (M + 1) + std::int64_t{M} * M + newton_words(M)});
   }
   // LM tests evaluate a family with one coefficient more.
   std::int64_t likelihood() const {
@@ -112,9 +112,9 @@ struct Sizes {
   std::int64_t words() const {
     const std::int64_t columns =
         2 + (keeps_log() ? 1 : 0) + (family.beta() ? 1 : 0) + LOADX_copies(model_list());
-    return static_cast<std::int64_t>(loaded) + 2 * K + 3 * M +
-           static_cast<std::int64_t>(packed_words(M)) + 2 * (M + 1) + columns * rows + work() +
-           likelihood();
+    return static_cast<std::int64_t>(loaded) + std::int64_t{2} * K + std::int64_t{3} * M +
+           static_cast<std::int64_t>(packed_words(M)) + std::int64_t{2} * (M + 1) + columns * rows +
+           work() + likelihood();
   }
 };
 

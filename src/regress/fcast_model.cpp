@@ -207,7 +207,7 @@ bool settle_coefficients(Workspace ws, ForecastModel& model) {
   if (model.kind == ForecastKind::Pool && FcastOption::chosen<"FIXED">() && model.effects.empty()) {
     wanted += static_cast<std::size_t>(model.NCROSS);
   }
-  std::span<const double> from = std::span<const double>(SAVED.coef);
+  auto from = std::span<const double>(SAVED.coef);
   if (!option.text.empty()) {
     if (option.var <= 0) {
       fail<"(' ...ERROR..VARIABLE ', A, ' IS NOT VALID')">(option.text);

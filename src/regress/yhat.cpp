@@ -268,7 +268,8 @@ Link::Value Link::at(double z) const {
 std::int64_t YHAT_words(int K, std::int64_t rows, const YhatModel& m, bool variance) {
   const auto p = std::ssize(m.rho);
   const std::int64_t errors = m.rho.empty() && m.theta.empty() ? 0 : 2 * rows;
-  const std::int64_t of_variance = 3 * (rows + MORE_WEIGHTS + 1) + 2 * K + 1 + 3 * window(m) * K;
+  const std::int64_t of_variance =
+      3 * (rows + MORE_WEIGHTS + 1) + std::int64_t{2} * K + 1 + 3 * window(m) * K;
   return errors + p * p + p + (variance ? of_variance : 0);
 }
 
