@@ -17,7 +17,8 @@ bool take_values(Workspace ws, BjValues& values) {
   values.LOG = BJCOM.LOG;
   const std::span<double> b = values.coef();
   const auto ask = [&] {
-    return read_parameters(o, " PARAMETER VALUES NEEDED FOR:", b, BJ_PARAMETERS, BAD_LIST);
+    return read_parameters(BJCOM.orders, " PARAMETER VALUES NEEDED FOR:", b, BJ_PARAMETERS,
+                           BAD_LIST);
   };
   const auto last_fits = [&] {
     return ADDCOM.IDBJ == 1 && BJCOM.last.orders == o && BJCOM.last.LOG == BJCOM.LOG;

@@ -38,7 +38,7 @@ struct Room {
 
 std::int64_t unit_root_words(std::int64_t T, int p) {
   const int columns = p + 4;
-  return 2 * T + static_cast<std::int64_t>(2 * packed_words(columns)) + 2 * columns +
+  return 2 * T + static_cast<std::int64_t>(2 * packed_words(columns)) + std::int64_t{2} * columns +
          GSREG_words(columns, T);
 }
 

@@ -163,7 +163,7 @@ bool edit_table_value(char* out, double value) {
   store(out, BLANKS);
   store(out + 7, BLANKS);
   if (bits << 1 == 0) {
-    std::memcpy(out + 3, "0.000000", 8);
+    std::memcpy(out + 3, "0.000000", 8);  // NOLINT(bugprone-not-null-terminated-result): no string
     return true;
   }
   std::uint32_t m = 0;
@@ -213,6 +213,8 @@ char* edit_shortest(char* out, double value) {
         return std::to_chars(out, out + 16, whole).ptr;
       }
     } else if (size >= 0.01 && size < 1e9) {
+      // A wrong rounding is found out in the next line.
+      // NOLINTNEXTLINE(bugprone-incorrect-roundings)
       const auto millionths = static_cast<std::uint64_t>(size * 1e6 + 0.5);
       if (static_cast<double>(millionths) / 1e6 == size) {
         if (value < 0) *out++ = '-';

@@ -20,7 +20,8 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little, "the file is little-endian");
 
-constexpr std::size_t NINE = 9 * 4, FLAGS = 6 * 4, SEVEN = 7 * 4, TEXT = 16 * 8;
+constexpr std::size_t WORD = 4, NINE = 9 * WORD, FLAGS = 6 * WORD, SEVEN = 7 * WORD,
+                      TEXT = 32 * WORD;
 constexpr std::size_t HEADBYTES = NINE + FLAGS + SEVEN + TEXT;
 static_assert(HEADBYTES == 216);
 constexpr std::int64_t MOST_BYTES = 2147483647;  // of a record: its frames are 32-bit integers

@@ -27,6 +27,7 @@ std::vector<char> words_of_format(const ReadJob& job, std::size_t n) {
   read_values(job.format.view(), row, blank_record, used);
   std::vector<char> words(n, 0);
   for (std::size_t k = 0; k < used; ++k) {
+    // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): eight characters, not a number
     words[k] = std::memcmp(&row[k], &blanks, sizeof(double)) == 0 ? 1 : 0;
   }
   return words;

@@ -37,7 +37,7 @@ struct Fletcher {
     std::ranges::copy(best_b, b.begin());
     std::ranges::copy(best_g, g.begin());
   }
-  bool move(double a) {
+  bool move(double a) const {
     bool moved = false;
     for (std::size_t i = 0; i < b.size(); ++i) {
       b[i] += a * s[i];

@@ -32,7 +32,7 @@ std::span<double> take(std::span<double>& room, std::size_t n) {
 
 std::int64_t regression_words(int columns, std::int64_t rows) {
   const auto packed = static_cast<std::int64_t>(packed_words(columns));
-  return LSMOM_words(columns, rows) + 4 * packed + 4 * columns;
+  return LSMOM_words(columns, rows) + 4 * packed + std::int64_t{4} * columns;
 }
 
 // Least squares of the last column on the others, of which the last may be the constant (null).
@@ -162,7 +162,7 @@ void depvar_start(HetModel& m, std::span<double> a) {
 std::int64_t het_start_words(const HetModel& m) {
   const HetRows& r = m.rows;
   const int widest = std::max({m.regressors, r.M, r.p + 1}) + 1;
-  return r.rows + 2 * widest + 2 + regression_words(widest, r.rows);
+  return r.rows + std::int64_t{2} * widest + 2 + regression_words(widest, r.rows);
 }
 
 bool het_least_squares(HetModel& m) {

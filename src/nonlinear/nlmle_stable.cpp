@@ -41,7 +41,9 @@ void each_node(double A, F&& use) {
     }
   }
   const double T = std::pow(NEGLIGIBLE, 1.0 / A);
-  for (double from = 1.0; from < T; from += PANEL) {
+  const int panels = static_cast<int>(std::ceil((T - 1.0) / PANEL));
+  for (int panel = 0; panel < panels; ++panel) {
+    const double from = 1.0 + panel * PANEL;
     for (std::size_t i = 0; i < 16; ++i) {
       const double g = i < 8 ? -GAUSS_X[7 - i] : GAUSS_X[i - 8];
       const double weight = i < 8 ? GAUSS_W[7 - i] : GAUSS_W[i - 8];
@@ -65,8 +67,8 @@ bool StableDensity::prepare(double A, std::span<double> room) {
   panels_ = A > 1.7 ? MOST_PANELS : 8;
   reach_ = std::asinh(edge_);
   // 1. Points and weights of the integral, which depend on A alone.
-  double* const t = room.data() + MOST_PANELS * POINTS;
-  double* const weight = t + (room.size() - std::size_t{MOST_PANELS * POINTS}) / 2;
+  double* const t = room.data() + std::ptrdiff_t{MOST_PANELS} * POINTS;
+  double* const weight = t + (room.size() - std::size_t{MOST_PANELS} * POINTS) / 2;
   std::size_t nodes = 0;
   each_node(A, [&](double at, double w) {
     t[nodes] = at;
@@ -116,7 +118,7 @@ double StableDensity::log_density(double w) const {
   const double place = std::asinh(distance) / reach_ * panels_;
   const int p = std::min(static_cast<int>(place), panels_ - 1);
   const double x = 2.0 * (place - p) - 1.0;
-  const double* c = table_ + p * POINTS;
+  const double* c = table_ + std::ptrdiff_t{p} * POINTS;
   double b1 = 0.0, b2 = 0.0;
   for (int k = POINTS - 1; k > 0; --k) {
     const double b0 = 2.0 * x * b1 - b2 + c[k];

@@ -20,8 +20,6 @@
 
 #include "platform/signals.h"
 
-extern char** environ;
-
 namespace korvel {
 namespace {
 

@@ -30,7 +30,8 @@ std::string followed(std::string path) {
     const std::string target(to, static_cast<std::size_t>(n));
     const std::size_t slash = path.rfind('/');
     const bool beside = target[0] != '/' && slash != std::string::npos;
-    path = beside ? path.substr(0, slash + 1) + target : target;
+    path.resize(beside ? slash + 1 : 0);
+    path.append(target);
   }
   return {};
 }

@@ -112,6 +112,8 @@ class EditedText final : public TextInput {
     }
     int length = 0;
     std::fflush(stdout);
+    // All functions are there, or there is no editor.
+    // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage)
     const char* text = library().gets(edit_, &length);
     if (text == nullptr || length <= 0) {
       if (signal_received() == 0 && std::fputc('\n', stdout) != EOF) std::fflush(stdout);
@@ -152,7 +154,7 @@ class EditedText final : public TextInput {
   // Puts in what is certain; shows the candidates when there are several.
   static unsigned char complete_word(EditLine* edit, int) {
     const Library& l = library();
-    const LineInfo* info = l.line(edit);
+    const LineInfo* info = l.line(edit);  // NOLINT(clang-analyzer-core.CallAndMessage): as above
     const auto length = static_cast<std::size_t>(info->lastchar - info->buffer);
     const auto cursor = static_cast<std::size_t>(info->cursor - info->buffer);
     const std::string text(info->buffer, length);

@@ -284,7 +284,7 @@ bool joint_variances(HigherOrder& m, std::span<double> variance, AutoResult& res
 
 std::int64_t own_words(int columns, int p, int q) {
   const std::int64_t square = std::int64_t{std::max(p, q)} * std::max(p, q);
-  return 2 * static_cast<std::int64_t>(packed_words(columns)) + 3 * columns +
+  return 2 * static_cast<std::int64_t>(packed_words(columns)) + std::int64_t{3} * columns +
          4 * std::int64_t{p + q} + q + 4 * square + 16;
 }
 
