@@ -249,6 +249,7 @@ bool read_bank_file(ReadJob& job, const std::string& path, ReadItem& item) {
     good = read_containers(one, form, Naming::equal);
     item = one.items[0];
   }
+  good = good && !source_failed(one);
   job.beg = one.beg;
   close_data_unit(unit);
   return good;

@@ -80,8 +80,13 @@ const char* other_value(const char* p, const char* line_end, Numbers form, doubl
   return p + at;
 }
 
+// The line end behind p. A section ends with one when it is cut; if another program has emptied the
+// file since, the section's last character stands for it.
 const char* line_end_of(const char* p, const char* end) {
-  return static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
+  if (p >= end) return p;
+  const auto* at =
+      static_cast<const char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
+  return at != nullptr ? at : end - 1;
 }
 
 bool gap(char c) { return c == ' ' || c == ',' || c == '\t' || c == '\r'; }

@@ -219,7 +219,7 @@ void read_variables(ReadJob& job, FileForm form) {
     case FileForm::text:
       break;
   }
-  if (!good) return;
+  if (!good || source_failed(job)) return;
   report_success(job);
   if (logical_option(READOPT.place("LIST"))) list_data(job);
 }
@@ -263,7 +263,7 @@ void read_command(ReadJob& job) {
   job.cursor.progress = &progress;
   const bool read = read_data(job);
   job.cursor.progress = nullptr;
-  if (!read) return;
+  if (source_failed(job) || !read) return;
   // 4. What came of it.
   if (!report_fault(job)) return;
   report_success(job);

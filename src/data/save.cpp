@@ -109,7 +109,7 @@ void restore(Workspace ws, const SavePlace& place) {
   job.cursor.text = unit->rest();
   if (source_failed(job)) return close_data_unit(unit);
   // 2. The variables. Those that were there before a fault stand, and are named.
-  const bool good = read_containers(job, FileForm::korvbin, Naming::by_name);
+  const bool good = read_containers(job, FileForm::korvbin, Naming::by_name) && !source_failed(job);
   close_data_unit(unit);
   std::int64_t longest = 0;
   for (const ReadItem& item : job.items) {

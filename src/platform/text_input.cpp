@@ -1,7 +1,6 @@
 #include "platform/text_input.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <utility>
 
 #include "platform/gzip.h"
+#include "platform/mapped_file.h"
 #include "platform/signals.h"
 
 namespace korvel {
@@ -79,30 +79,21 @@ class MemoryText : public WholeText {
 
 class MappedText : public WholeText {
  public:
-  MappedText(void* p, std::size_t n, std::string name) : map_(p), size_(n) {
-    name_ = std::move(name);
-    text_ = {static_cast<const char*>(p), n};
-    rewind();
+  // The first n bytes of the open file; null when it can't be mapped.
+  static std::unique_ptr<TextInput> of(int fd, std::size_t n, std::string name) {
+    auto text = std::make_unique<MappedText>();
+    if (!text->file_.map(fd, n)) return nullptr;
+    text->name_ = std::move(name);
+    text->cause_ = "another program cut it off while it was read";
+    text->text_ = text->file_.text();
+    text->rewind();
+    return text;
   }
-  MappedText(const MappedText&) = delete;
-  MappedText& operator=(const MappedText&) = delete;
-  ~MappedText() override {
-    if (map_ != nullptr) munmap(map_, size_);
-  }
-  // Whole pages inside the part are dropped; they come back from the file when they are touched.
-  void release(std::string_view part) const override {
-    static const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-    const auto from = reinterpret_cast<std::uintptr_t>(part.data());
-    const std::uintptr_t first = (from + page - 1) / page * page;
-    const std::uintptr_t last = (from + part.size()) / page * page;
-    if (last <= first) return;
-    madvise(static_cast<char*>(map_) + (first - reinterpret_cast<std::uintptr_t>(map_)),
-            last - first, MADV_DONTNEED);
-  }
+  int error() const override { return file_.cut_off() ? EIO : 0; }
+  void release(std::string_view part) const override { file_.release(part); }
 
  private:
-  void* map_;
-  std::size_t size_;
+  MappedFile file_;
 };
 
 // Pipes and terminals: bytes as they come, kept from the start of the last line on.
@@ -188,7 +179,7 @@ class StreamText : public TextInput {
 };
 
 // Files up to this size are copied instead of mapped: a script may be saved by an editor while it
-// runs, and touching a mapped page that has been cut off would end the program.
+// runs, and must go on as it was when it was opened.
 constexpr std::size_t COPIED = std::size_t{1} << 23;
 
 std::unique_ptr<TextInput> copied_text(int fd, std::size_t n, const std::string& path) {
@@ -266,11 +257,11 @@ std::unique_ptr<TextInput> unpacked_text(int fd, const std::string& path) {
   }
   const bool kept = write_all(file, text);
   if (!kept) error = errno;
-  void* p = kept ? mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file, 0) : MAP_FAILED;
-  if (kept && p == MAP_FAILED) error = errno;
+  auto mapped = kept ? MappedText::of(file, size, path) : nullptr;
+  if (kept && mapped == nullptr) error = errno;
   close(file);
-  if (p == MAP_FAILED) return std::make_unique<MemoryText>(std::string(), path, error);
-  return std::make_unique<MappedText>(p, size, path);
+  if (mapped == nullptr) return std::make_unique<MemoryText>(std::string(), path, error);
+  return mapped;
 }
 
 // ---- UTF-16
@@ -353,18 +344,17 @@ std::unique_ptr<TextInput> open_text(const std::string& path) {
   }
   const auto n = static_cast<std::size_t>(st.st_size);
   if (n <= COPIED) return decoded(copied_text(fd, n, path));
-  void* p = mmap(nullptr, n, PROT_READ, MAP_PRIVATE, fd, 0);
-  if (p == MAP_FAILED) return std::make_unique<StreamText>(fd, true, path);
+  auto mapped = MappedText::of(fd, n, path);
+  if (mapped == nullptr) return std::make_unique<StreamText>(fd, true, path);
   close(fd);
-  return decoded(std::make_unique<MappedText>(p, n, path));
+  return decoded(std::move(mapped));
 }
 
 std::unique_ptr<TextInput> standard_text() {
   struct stat st {};
   if (fstat(0, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0 && lseek(0, 0, SEEK_CUR) == 0) {
     const auto n = static_cast<std::size_t>(st.st_size);
-    void* p = mmap(nullptr, n, PROT_READ, MAP_PRIVATE, 0, 0);
-    if (p != MAP_FAILED) return std::make_unique<MappedText>(p, n, "-");
+    if (auto mapped = MappedText::of(0, n, "-"); mapped != nullptr) return mapped;
   }
   return std::make_unique<StreamText>(0, false, "-");
 }

@@ -38,7 +38,7 @@ class TextInput {
   virtual void release(std::string_view /*part*/) const {}
   const std::string& name() const { return name_; }
   // errno of a failed read, 0 none: the source then ends there. cause() says it in words.
-  int error() const { return error_; }
+  virtual int error() const { return error_; }
   std::string cause() const;
 
  protected:

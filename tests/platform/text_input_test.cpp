@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <fstream>
 #include <random>
 #include <string>
@@ -89,6 +90,30 @@ TEST(TextInput, AllSourcesGiveTheSameLines) {
   unlink((path + ".fifo").c_str());
   EXPECT_EQ(open_text("/tmp"), nullptr);
   EXPECT_EQ(open_text("/no/such/file"), nullptr);
+}
+
+// A large file that loses its end while it is read: the lines that are left are whole, the reading
+// comes to an end, and the source tells it. So does a file that loses less than a page.
+TEST(TextInput, CutOffWhileRead) {
+  const std::string path = "/tmp/korvel_cut_" + std::to_string(getpid());
+  const std::string row = "12345678 12345678\n";
+  std::string text;
+  while (text.size() < (std::size_t{9} << 20)) text += row;
+  for (const std::size_t left : {row.size() * 20000, text.size() - 10}) {
+    std::ofstream(path, std::ios::binary) << text;
+    const auto source = open_text(path);
+    ASSERT_NE(source, nullptr);
+    EXPECT_EQ(source->error(), 0);
+    std::string_view line;
+    for (int i = 0; i < 10; ++i) ASSERT_TRUE(source->line(line));
+    ASSERT_EQ(truncate(path.c_str(), static_cast<off_t>(left)), 0);
+    std::size_t whole = 10;
+    while (source->line(line))
+      if (line == row.substr(0, row.size() - 1)) ++whole;
+    EXPECT_EQ(whole, left / row.size());
+    EXPECT_EQ(source->error(), EIO);
+  }
+  unlink(path.c_str());
 }
 
 TEST(Parallel, RunsEverySectionOnce) {
