@@ -56,7 +56,7 @@ struct Names {
 // both names, opens the options; elsewhere it belongs to a name.
 bool take_names(Names& names) {
   const std::string_view text = command_typed();
-  std::size_t at = static_cast<std::size_t>(SCNCOM.ISTART);
+  auto at = static_cast<std::size_t>(SCNCOM.ISTART);
   int count = 0;
   names.options = text.size();
   while (at < text.size()) {

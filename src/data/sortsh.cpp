@@ -48,7 +48,7 @@ struct KeyBits {
   Record flip = 0;  // all ones for a falling order
   Record operator()(double x) const {
     if (x != x) return ~Record{0};
-    const Record bits = std::bit_cast<Record>(x + 0.0);  // -0.0 becomes 0.0
+    const auto bits = std::bit_cast<Record>(x + 0.0);  // -0.0 becomes 0.0
     const Record negative = Record{0} - (bits >> 63);
     return (bits ^ (negative | (Record{1} << 63))) ^ flip;
   }
@@ -64,9 +64,9 @@ struct Sorter {
 
   Record row_mask() const { return (Record{1} << row_bits) - 1; }
   std::size_t row(Record r) const { return static_cast<std::size_t>(r & row_mask()); }
-  Record build(const SortRows& rows, std::size_t n);
+  Record build(const SortRows& rows, std::size_t n) const;
   void sort_range(std::size_t at, std::size_t n, int low, bool whole = false);
-  bool digit_pass(std::size_t at, std::size_t n, int shift, int width);
+  bool digit_pass(std::size_t at, std::size_t n, int shift, int width) const;
   void finish_run(std::size_t at, std::size_t n, int low);
   void finish_tail(std::size_t at, std::size_t n);
   template <class F>
@@ -108,7 +108,7 @@ void for_kept(const SortRows& rows, const Kept& kept, F&& body) {
 }
 
 // A record a row. Returns the last bits of the keys that differ and had no room in the records.
-Record Sorter::build(const SortRows& rows, std::size_t n) {
+Record Sorter::build(const SortRows& rows, std::size_t n) const {
   const Kept kept = kept_rows(rows);
   std::array<Record, MOST_SECTIONS> differ{};
   if (n == 0) return 0;
@@ -135,7 +135,7 @@ Record Sorter::build(const SortRows& rows, std::size_t n) {
 
 // Stable distribution of n records by `width` bits from `shift` on, into the spare array. False
 // when all of them agree in these bits: nothing has moved.
-bool Sorter::digit_pass(std::size_t at, std::size_t n, int shift, int width) {
+bool Sorter::digit_pass(std::size_t at, std::size_t n, int shift, int width) const {
   const Record* const from = rec + at;
   Record* const to = spare + at;
   const std::size_t buckets = std::size_t{1} << width;

@@ -21,7 +21,7 @@ constexpr std::size_t SEPARATED_ROOM = 27;  // a value or a word in quotes, sepa
 // ---- One row
 // -------------------------------------------------------------------------------------
 
-char* end_line(char* line, char* end) {
+char* end_line(const char* line, char* end) {
   while (end != line && end[-1] == ' ') --end;
   *end++ = '\n';
   return end;

@@ -116,7 +116,7 @@ std::string PlotJob::new_picture() {
   for (int number = VPLCOM.NPICT;; ++number) {
     std::string digits = std::to_string(number);
     if (digits.size() < 6) digits.insert(0, 6 - digits.size(), '0');
-    const std::string name = RUNCOM.vgnu + "GN" + digits + "." + suffix();
+    std::string name = RUNCOM.vgnu + "GN" + digits + "." + suffix();
     if (!runs_ || !output_allowed(name)) {
       VPLCOM.NPICT = number + 1;
       if (access(name.c_str(), F_OK) == 0) continue;

@@ -30,7 +30,7 @@ constinit Page PAGE{};
 int cell_of(double v, double min, double max, int cells) {
   if (!(v >= min && v <= max)) return -1;
   const double share = v / (max - min) - min / (max - min);
-  return std::clamp(static_cast<int>(share * (cells - 1) + 0.5), 0, cells - 1);
+  return std::clamp(static_cast<int>(std::lround(share * (cells - 1))), 0, cells - 1);
 }
 
 // The next multiple of 1, 2 or 5 times a power of ten below `low` and above `high`.
@@ -186,10 +186,11 @@ NumberText x_text(double v) {
 void print_legend() {
   constexpr std::string_view many = "M=MULTIPLE POINT";
   const Page& p = PAGE;
+  const int right = LEFT + p.columns;
   Line line;
   int at = LEFT;
   const auto put = [&](std::string_view entry) {
-    if (at > LEFT && at + static_cast<int>(entry.size()) > LEFT + p.columns) {
+    if (at > LEFT && at + static_cast<int>(entry.size()) > right) {
       OUTLINE();
       line = Line();
       at = LEFT;

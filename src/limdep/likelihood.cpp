@@ -77,7 +77,8 @@ void add_choices(const LikelihoodLanes& lanes, const RowTerms& terms, int column
   for (int j = 0; j < others; ++j) {
     const double* P = block.z + j * RowBlock::LD;
     lanes.choice_gradient(terms, P, j + 1.0, block.f);
-    lanes.dots(block.f, block.a, columns, RowBlock::LD, block.padded, part.gradient + j * columns);
+    lanes.dots(block.f, block.a, columns, RowBlock::LD, block.padded,
+               part.gradient + std::ptrdiff_t{j} * columns);
     for (int k = 0; k <= j; ++k) {
       lanes.choice_curvature(terms, P, block.z + k * RowBlock::LD, block.Q);
       lanes.cross(block.Q, block.a, columns, RowBlock::LD, block.padded, block.scratch,
@@ -126,7 +127,7 @@ void RowBlock::load(const LikelihoodRows& rows, std::int64_t from, std::int64_t 
   lanes.load(weight, 0.0, rows.weight_factor, n, w);
 }
 
-void RowBlock::index(const LikelihoodRows& rows, int choices, std::span<const double> b) {
+void RowBlock::index(const LikelihoodRows& rows, int choices, std::span<const double> b) const {
   const int columns = rows.columns();
   for (int j = 0; j < choices - 1; ++j) {
     likelihood_lanes().index(a, columns, LD, padded, b.data() + std::ptrdiff_t{j} * columns,

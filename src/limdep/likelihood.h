@@ -63,10 +63,10 @@ class RowBlock {
         Q(P + LD),
         f(Q + LD),
         scratch(f + LD) {}
-  // Rows from..from+n-1, n <= ROWS; the block is filled up to a multiple of 8.
-  void load(const LikelihoodRows& rows, std::int64_t from, std::int64_t n);
+  // Rows from..from+count-1, count <= ROWS; the block is filled up to a multiple of 8.
+  void load(const LikelihoodRows& rows, std::int64_t from, std::int64_t count);
   // Indexes of all choices but the first.
-  void index(const LikelihoodRows& rows, int choices, std::span<const double> b);
+  void index(const LikelihoodRows& rows, int choices, std::span<const double> b) const;
   RowTerms terms(const RowModel& model) const {
     return {z, y, w, f, Q, padded, model.low, model.share, model.side};
   }

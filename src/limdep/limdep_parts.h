@@ -38,6 +38,9 @@ inline constexpr double ERR_PIVOT = 55012, ERR_ITER = 55013, ERR_FALLING = 55014
 inline constexpr double NO_STATISTIC = 9.9e+31;
 // A number as it can be shown: finite.
 double shown(double v);
+// How far a share lies above another: 0 when they agree as far as a converged fit determines them,
+// so that rounding is not printed as a result.
+double above(double a, double b);
 
 // The data of a model and the vectors of its iteration. All spans lie in one scratch area. M is the
 // number of coefficients: K, K+1 (tobit) or K (CHOICES-1).

@@ -267,6 +267,8 @@ bool settle_weights(Workspace ws, LimModel& m) {
 
 }  // namespace
 
+double above(double a, double b) { return std::fabs(a - b) < 1e-10 ? 0.0 : a - b; }
+
 double shown(double v) { return std::isfinite(v) ? v : NO_STATISTIC; }
 
 std::string_view command_word() {

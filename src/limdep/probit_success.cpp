@@ -167,16 +167,12 @@ void print_hensher_johnson(const LimModel& m, const FitSums& sums) {
     return sum;
   };
   const auto observed = [&](int j) { return m.observed[static_cast<std::size_t>(j)]; };
-  // Without its rounding, which would print a sign.
-  const auto proportional_error = [&](int j) {
-    const double error = (column(j) - observed(j)) / N;
-    return std::fabs(error) < 1e-10 ? 0.0 : error;
-  };
+  const auto proportional_error = [&](int j) { return above(column(j) / N, observed(j) / N); };
   double right = 0.0, index = 0.0, concentration = 0.0;
   for (int j = 0; j < J; ++j) {
     const double share = column(j) / N;
     right += n(j, j) / N;
-    index += n(j, j) / N - share * share;
+    index += above(n(j, j) / N, share * share);
     concentration += share * share;
   }
   const Line blank;
@@ -225,7 +221,7 @@ void print_hensher_johnson(const LimModel& m, const FitSums& sums) {
         [&](Line& row) { row.put<"(G11.4)">(right); });
     row_of(
         " SUCCESS INDEX     ", from, to,
-        [&](int j) { return shown(n(j, j) / column(j) - column(j) / N); },
+        [&](int j) { return shown(above(n(j, j) / column(j), column(j) / N)); },
         [&](Line& row) { row.put<"(G11.4)">(index); });
     Line error;
     error.put<"(' PROPORTIONAL ERROR')">();

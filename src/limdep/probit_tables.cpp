@@ -218,7 +218,8 @@ void print_fit_statistics(const LimModel& m, const FitSums& sums) {
   }
   if (m.choices > 2) return;
   const double p = m.observed[1] / N;
-  say<"(' CHOW R-SQUARE           ', 1X, G13.5)">(shown(1.0 - sums.chow / (N * p * (1.0 - p))));
+  say<"(' CHOW R-SQUARE           ', 1X, G13.5)">(
+      shown(above(1.0, sums.chow / (N * p * (1.0 - p)))));
 }
 
 }  // namespace korvel

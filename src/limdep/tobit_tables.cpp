@@ -39,7 +39,7 @@ double mean_index(const LimModel& m) {
     z += m.is_constant(k) ? m.b[i] : m.b[i] * ((m.mean[i] - m.shift[i]) * m.scale[i]);
   }
   // The constant of the iteration holds what the shift of the dependent variable leaves.
-  const std::size_t last = static_cast<std::size_t>(m.K());
+  const auto last = static_cast<std::size_t>(m.K());
   return m.units.constant >= 0 ? z - m.coef.back() * m.shift[last] : z;
 }
 

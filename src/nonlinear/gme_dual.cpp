@@ -150,7 +150,7 @@ Objective::Value GmeDual::evaluate(std::span<const double> lambda, std::span<dou
 }
 
 std::int64_t gme_newton_words(int T, int K) {
-  return std::int64_t{3} * T + 2 * static_cast<std::int64_t>(packed_words(K)) + 2 * K;
+  return std::int64_t{3} * T + 2 * static_cast<std::int64_t>(packed_words(K)) + std::int64_t{2} * K;
 }
 
 bool gme_newton(GmeModel& m, GmeDual& dual, std::span<double> work) {

@@ -48,7 +48,7 @@ class MleLikelihood final : public Objective {
   bool breaks_off = false;  // a stop by the user ends an evaluation between sections of the rows
   // packed := sum of w g g', g the gradient of one row's log density. False: no value at b,
   // or the family has no derivatives of its own.
-  bool outer_product(std::span<const double> b, std::span<double> packed);
+  bool outer_product(std::span<const double> b, std::span<double> product);
   double shown(std::span<const double> b, std::size_t i) const override;
   double shown_slope(std::span<const double> g, std::size_t i) const override;
 

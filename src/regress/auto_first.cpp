@@ -58,7 +58,7 @@ struct FirstOrder {
     return fit_rows(ws, room);
   }
   double likelihood() const { return auto_likelihood(N, FCOM.SSE, jacobian); }
-  void residuals() {
+  void residuals() const {
     gs_residuals(room.raw, room.fit.coef, room.e);
     sum_pairs(room.e, GAPS, SUMS);
   }

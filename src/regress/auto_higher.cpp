@@ -44,17 +44,17 @@ struct HigherOrder {
     return room.star.subspan(static_cast<std::size_t>(K + 1 + k) * rows, rows);
   }
 
-  bool admissible(std::span<const double> c);
-  void shrink_start();
+  bool admissible(std::span<const double> c) const;
+  void shrink_start() const;
   bool fit(std::span<const double> c);
-  bool fit_with_errors_before();
+  bool fit_with_errors_before() const;
   void make_derivatives(bool likelihood);
-  int joint(bool with_regressors, int count, const double* last);
+  int joint(bool with_regressors, int count, const double* last) const;
   bool step(std::span<double> delta);
 };
 
 // Stationary where the first rows depend on it, invertible. Leaves the factor of the first rows.
-bool HigherOrder::admissible(std::span<const double> c) {
+bool HigherOrder::admissible(std::span<const double> c) const {
   const auto p = static_cast<std::size_t>(model.p());
   if (model.exact()) return first_rows_factor(c.first(p), model.first, work);
   const std::span<const double> m = c.subspan(p);
@@ -65,7 +65,7 @@ bool HigherOrder::admissible(std::span<const double> c) {
 }
 
 // A start outside the stable range is told; its roots are drawn in.
-void HigherOrder::shrink_start() {
+void HigherOrder::shrink_start() const {
   bool told = false;
   while (!admissible(coef)) {
     warn_unstable(told);
@@ -103,7 +103,7 @@ bool HigherOrder::fit(std::span<const double> c) {
 }
 
 // PREPER: the errors before the sample are further coefficients of the linear fit.
-bool HigherOrder::fit_with_errors_before() {
+bool HigherOrder::fit_with_errors_before() const {
   const int columns = K + before + 1;
   for (int k = 0; k < before; ++k) derivative_before(model, k + 1, extra_words(k));
   for (int k = 0; k < K; ++k) {
@@ -172,7 +172,7 @@ void HigherOrder::make_derivatives(bool likelihood) {
 
 // Fit of the errors u on the first `count` derivatives, with the filtered regressors or without
 // them. Returns the IFAULT of the fit; solution and inverse hold the regressors first.
-int HigherOrder::joint(bool with_regressors, int count, const double* last) {
+int HigherOrder::joint(bool with_regressors, int count, const double* last) const {
   std::size_t n = 0;
   for (int k = 0; with_regressors && k < K; ++k) {
     column[n++] = room.star_column[static_cast<std::size_t>(k)];

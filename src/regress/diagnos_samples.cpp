@@ -27,7 +27,7 @@ struct Deviations {
     std::ranges::fill(unit, m.unit * m.unit);
     for (std::size_t k = 0; k < m.scale.size(); ++k) unit[k] = m.scale[k] * m.unit;
   }
-  void add(std::span<const double> d) {
+  void add(std::span<const double> d) const {
     for (std::size_t i = 0; i < sum.size(); ++i) {
       const double v = d[i] / unit[i];
       sum[i] += v;

@@ -38,7 +38,8 @@ bool has_probabilities(const ForecastModel& model) {
 ListingStrip probability_strip(double y, double P, int width) {
   ListingStrip strip(width);
   const auto put = [&](double v, char mark) {
-    if (v >= 0.0 && v <= 1.0) strip.text[static_cast<std::size_t>((width - 1) * v + 0.5)] = mark;
+    if (v >= 0.0 && v <= 1.0)
+      strip.text[static_cast<std::size_t>(std::lround((width - 1) * v))] = mark;
   };
   put(y, 'X');
   put(P, '*');

@@ -126,7 +126,7 @@ bool refuse_constants(Workspace ws, const SystemModel& model, std::span<const do
 std::int64_t system_moment_words(const SystemModel& model, std::int64_t rows) {
   const int P = model.P();
   const int columns = SYSCOM.AUTO ? 2 * P : P;
-  return static_cast<std::int64_t>(packed_words(columns)) + 3 * P + 3 * columns +
+  return static_cast<std::int64_t>(packed_words(columns)) + std::int64_t{3} * (P + columns) +
          LSMOM_words(columns, rows);
 }
 
@@ -157,7 +157,7 @@ bool form_moments(Workspace ws, const SystemModel& model, const SystemData& data
     if (moments.lagged) pointers[P + c] = column;
   }
   const std::int64_t summed = data.rows - lag;
-  double n = static_cast<double>(summed);
+  auto n = static_cast<double>(summed);
   if (SYSCOM.IN != 0) {
     if (!read_moments(SYSCOM.IN, data, mean, moments.base)) return false;
     n = moments.base[packed(P, P)];

@@ -226,13 +226,13 @@ void save_system(Workspace ws, SystemModel& model, const SystemMoments& moments,
   if (!whole_system()) return;
   s.names.resize(static_cast<std::size_t>(K + 1 + model.M) * NAMELEN, ' ');
   s.equations.assign(model.equation.begin(), model.equation.end());
-  const auto view = [&](int place, std::size_t length) {
+  const auto view = [&](std::ptrdiff_t place, std::size_t length) {
     return std::string_view(s.names.data() + place * NAMELEN, length);
   };
   for (int k = 0; k <= K; ++k) s.list[at(k)].name = view(k, s.list[at(k)].name.size());
   for (int i = 0; i < model.M; ++i) {
     const std::string_view name = NAME(ws, model.equation[at(i)].dependent.var);
-    char* to = s.names.data() + (K + 1 + i) * NAMELEN;
+    char* to = s.names.data() + (std::ptrdiff_t{K} + 1 + i) * NAMELEN;
     const std::size_t n = std::min<std::size_t>(name.size(), NAMELEN);
     std::memcpy(to, name.data(), n);
     s.equations[at(i)].dependent.name = view(K + 1 + i, n);
@@ -248,7 +248,7 @@ std::int64_t system_result_words(const SystemModel& model, std::int64_t rows) {
   int most = 0;
   for (const SavedEquation& e : model.equation) most = std::max(most, e.K);
   std::int64_t words =
-      4 * (most + 1) + static_cast<std::int64_t>(packed_words(most)) + model.K() + 1;
+      4 * (std::int64_t{most} + 1) + static_cast<std::int64_t>(packed_words(most)) + model.K() + 1;
   if (keeps_residuals())
     words += 2 * rows * model.M;
   else if (wants_residuals())

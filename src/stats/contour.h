@@ -92,7 +92,8 @@ ContourTail contour_tail(const Cumulant& K, double low, double high, double x, b
   double step = 0.25;
   for (int n = 0; n < halvings; ++n, step *= 0.5) {
     double sum = 0.0;
-    for (double t = 0.5 * step; t < 750.0; t += step) {
+    for (int k = 0; k < 750.0 / step; ++k) {
+      const double t = (k + 0.5) * step;
       const double sh = std::sinh(t);
       const double ch = std::cosh(t);
       const std::complex<double> s(s0 + width * slope * (ch - 1.0), width * sh);

@@ -63,7 +63,8 @@ double beta_fraction(double x, double y, double p, double q, double distance) {
   double an1 = 1.0;
   double bn1 = c / c1;
   double value = c1 / c;
-  for (double n = 1.0; n < most; ++n) {
+  for (int k = 1; k < most; ++k) {
+    const double n = k;
     const double t = n / p;
     const double w = n * (q - n) * x;
     const double e = p / s;

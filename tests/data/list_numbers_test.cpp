@@ -82,7 +82,7 @@ TEST(ListNumbers, DigitsFarBehindDecideTies) {
 TEST(ListNumbers, ReadsBackWhatWasWritten) {
   std::mt19937_64 random(17);
   for (int i = 0; i < 200000; ++i) {
-    double x = std::bit_cast<double>(random());
+    auto x = std::bit_cast<double>(random());
     if (!std::isfinite(x)) continue;
     if (i % 2 == 0)
       x = static_cast<double>(static_cast<std::int64_t>(random() % 2000000) - 1000000) / 1000;

@@ -131,7 +131,7 @@ TEST_F(WriteTest, ReadsBackBitForBit) {
          100000000};
   std::mt19937_64 random(7);
   while (x.size() < 3000) {
-    const double v = std::bit_cast<double>(random());
+    const auto v = std::bit_cast<double>(random());
     if (v - v == 0) x.push_back(v);
   }
   std::string data;

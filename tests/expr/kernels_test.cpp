@@ -238,7 +238,7 @@ TEST(Gsreg, RootsScaleTheRows) {
 
 // Every vector width gives the same bytes.
 TEST(Gsreg, WidthsAgree) {
-  const Reals data = noise(7 * 264, 5);
+  const Reals data = noise(std::int64_t{7} * 264, 5);
   Reals a = data, b = data, fa(28), fb(28);
   gs_lanes().orthogonalise(a.data(), 7, 264, 256, fa.data());
   baseline::gs_lane_set().orthogonalise(b.data(), 7, 264, 256, fb.data());

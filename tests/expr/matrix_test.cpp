@@ -40,7 +40,7 @@ struct Everything {
   explicit Everything(Workspace ws) : words(&ws.DATA(1), &ws.DATA(1) + ADDCOM.LASADD) {}
   bool operator==(const Everything& other) const {
     return words == other.words && NVARS == other.NVARS && NDL == other.NDL &&
-           std::memcmp(&random, &other.random, sizeof random) == 0;
+           std::memcmp(&random, &other.random, sizeof random) == 0;  // NOLINT: bit for bit
   }
 };
 

@@ -206,6 +206,7 @@ TEST(LeastSquares, TriangleByBlocks) {
     columns[3][t] = 2.0 - x + 0.5 * columns[2][t] + (t % 2 == 0 ? 1e-3 : -1e-3);
   }
   std::vector<const double*> pointers;
+  pointers.reserve(columns.size());
   for (const auto& c : columns) pointers.push_back(c.data());
   std::vector<double> R(korvel::triangle_words(K)), b(K);
   std::vector<double> work(static_cast<std::size_t>(korvel::factor_words(K)));

@@ -201,7 +201,7 @@ TEST(HetLikelihood, InformationIsTheSumOverRowsOfTheSquaredDerivatives) {
 
 TEST(HetLikelihood, EndsAtTheFirstRowWithoutAValue) {
   Rows d({"", HetForm::VARLIN, 2, 0, 0, NO_ARCHM, {}});
-  d.z[77] = d.Z[4 * 77] = -5.0;
+  d.z[77] = d.Z[std::size_t{4} * 77] = -5.0;
   const std::vector<double> b = {0.5, 1.0, 0.4, 0.3};
   HetValue value = d.value(b);
   EXPECT_EQ(value.fault, HetFault::variance);

@@ -229,7 +229,7 @@ TEST(Diagnos, ResamplingAgainstFitsMadeAnew) {
   }
   // Three samples of known draws.
   const auto N = static_cast<std::size_t>(model.N);
-  Reals draws, room(3 * Model::K), result(3 * (Model::K + 1));
+  Reals draws, room(std::size_t{3} * Model::K), result(std::size_t{3} * (Model::K + 1));
   for (std::size_t i = 0; i < 3 * N; ++i) {
     draws.push_back(std::fmod(0.5 + static_cast<double>(i) * 0.6180339887498949, 1.0));
   }

@@ -15,7 +15,6 @@ namespace {
 
 using korvel_test::holds;
 using korvel_test::Listing;
-using korvel_test::run_commands;
 using korvel_test::temp;
 using korvel_test::textile;
 using korvel_test::values;

@@ -94,7 +94,7 @@ TEST(QuadraticForms, DurbinWatsonWithKnownRoots) {
 // integrate with rel.tol 1e-12.
 TEST(QuadraticForms, DurbinWatsonOfTheTextileData) {
   std::ifstream file(KORVEL_TEST_DATA "/textile.dat");
-  std::vector<double> X(17 * 3, 1.0);
+  std::vector<double> X(std::size_t{17} * 3, 1.0);
   double year, consume;
   for (std::size_t t = 0; t < 17; ++t) file >> year >> consume >> X[17 + t] >> X[34 + t];
   ASSERT_TRUE(file);

@@ -40,7 +40,7 @@ double draw(std::mt19937_64& random) {
     case 4:
       return sign * std::pow(10.0, pick(31) - 15) * (1.0 - std::pow(10.0, -pick(17)) / 2);
     case 5: {
-      const double x = std::bit_cast<double>(random());
+      const auto x = std::bit_cast<double>(random());
       return std::isfinite(x) ? x : 0.0;
     }
     case 6:

@@ -63,7 +63,7 @@ struct Part {
         block_cross(mean + columns),
         cross(block_cross + packed_words(columns)) {}
   // Where SWT waits for the other sections.
-  double& total(int columns) { return cross[packed_words(columns)]; }
+  double& total(int columns) const { return cross[packed_words(columns)]; }
 };
 
 // Joins means and cross-products of weight n2 to those of weight n1 (which grows).
@@ -131,7 +131,7 @@ void run_section(const MomentRows& rows, Part& part, std::int64_t from, std::int
   while (from < end) {
     const std::int64_t n = load_block(rows, from, end, part);
     if (n == 0) break;
-    double weights = static_cast<double>(n);
+    auto weights = static_cast<double>(n);
     const double* weight = part.root;
     if (rows.weight != nullptr) {
       weights = 0.0;
