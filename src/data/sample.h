@@ -17,6 +17,14 @@ inline constexpr double SKIP_MISSING = 9.0;  // SKIPMISS, for one command
 
 // Makes SKIP$ n long, or lengthens it: old marks live on, new elements are 0. Sets LSKIP.
 bool make_skip_vector(Workspace ws, int n);
+// Its length when observation `last` needs a mark: up to the highest observation ever reached,
+// unless a mistyped SAMPLE has reached for more than the workspace could hold.
+int marks_wanted(int last);
+
+// The gaps that the sample had when SAMPLE first changed it in a loop or procedure: they come back
+// with the outermost level's end, or are forgotten.
+void restore_gaps(Workspace ws);
+void forget_gaps();
 
 // How many elements of x equal value: memory speed, and the threads share long runs.
 std::size_t count_equal(std::span<const double> x, double value);

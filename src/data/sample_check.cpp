@@ -169,7 +169,7 @@ void CKSMPL(Workspace ws, std::span<const ListItem> list) {
   // 2. The range, when no sample has been defined.
   if (!nonlinear && DATCOM.MEND <= 0) sample_from_data(ws, list);
   if (OSCOM.OSMISS && DATCOM.LSKIP == 0) {
-    const int n = std::max(DATCOM.MAXOB, DATCOM.MEND);
+    const int n = marks_wanted(DATCOM.MEND);
     if (n > 0 && !make_skip_vector(ws, n)) return;
     DATCOM.NSKIP = std::max(n, 0);
   }

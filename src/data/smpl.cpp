@@ -6,9 +6,12 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "data/data.h"
 #include "data/sample.h"
+#include "engine/bodies.h"
 #include "engine/commands.h"
 #include "engine/options.h"
 #include "engine/output.h"
@@ -22,6 +25,11 @@ std::span<double> skip_vector(Workspace ws) {
 }
 
 bool skipping() { return (OSCOM.OSKIP || OSCOM.OSMPL || OSCOM.OSMISS) && DATCOM.LSKIP > 0; }
+
+int marks_wanted(int last) {
+  const int highest = std::max(DATCOM.MAXOB, last);
+  return highest < ADDCOM.MAXADD ? highest : last;
+}
 
 bool make_skip_vector(Workspace ws, int n) {
   const int var = NEWVAR(ws, SKIPNAME, {.LEN = n, .fill = 0.0});
@@ -132,10 +140,12 @@ bool observation(Workspace ws, const SampleWord& w, int& obs) {
   return true;
 }
 
+bool in_gap(double mark) { return mark > 1.0 && mark != SKIP_MISSING; }
+
 // Takes the old gap marks away; SKIPIF and SKIPMISS marks stay.
 void clear_gaps(std::span<double> skip) {
   for (double& v : skip) {
-    if (v > 1.0 && v != SKIP_MISSING) v -= SKIP_GAP;
+    if (in_gap(v)) v -= SKIP_GAP;
   }
 }
 
@@ -145,6 +155,32 @@ void mark_gap(std::span<double> skip, int from, int to) {
   for (double& v :
        skip.subspan(static_cast<std::size_t>(from - 1), static_cast<std::size_t>(to - from + 1))) {
     v = v == SKIP_MISSING ? SKIP_GAP : v + SKIP_GAP;
+  }
+}
+
+// Gaps of the sample in front of the loop or procedure that changes it, as first and last
+// observation of each.
+struct KeptGaps {
+  bool kept = false, OSMPL = false;
+  std::vector<std::pair<int, int>> gaps;
+};
+KeptGaps& kept_gaps() {
+  static KeptGaps k;
+  return k;
+}
+
+void keep_gaps(Workspace ws) {
+  KeptGaps& keep = kept_gaps();
+  if (keep.kept) return;
+  keep.kept = true;
+  keep.OSMPL = OSCOM.OSMPL;
+  keep.gaps.clear();
+  const std::span<const double> skip = skip_vector(ws);
+  for (std::size_t i = 0; i < skip.size(); ++i) {
+    if (!in_gap(skip[i])) continue;
+    const int obs = static_cast<int>(i) + 1;
+    if (i == 0 || !in_gap(skip[i - 1])) keep.gaps.emplace_back(obs, obs);
+    keep.gaps.back().second = obs;
   }
 }
 
@@ -179,9 +215,10 @@ void sample_command(Workspace ws) {
   // 3. Room for the marks of gaps.
   const bool gaps = count > 2;
   if (gaps && static_cast<std::int64_t>(skip_vector(ws).size()) <= last) {
-    if (!make_skip_vector(ws, highest)) return;
+    if (!make_skip_vector(ws, marks_wanted(last))) return;
   }
-  // 4. The new sample.
+  // 4. The new sample. That of the command line comes back when its loop or procedure ends.
+  if (!levels().empty()) keep_gaps(ws);
   clear_estimate();
   DATCOM.IBEG = first;
   DATCOM.IEND = last;
@@ -249,6 +286,24 @@ void time_command(Workspace ws) {
 }
 
 }  // namespace
+
+void restore_gaps(Workspace ws) {
+  KeptGaps& keep = kept_gaps();
+  if (!keep.kept) return;
+  keep.kept = false;
+  clear_gaps(skip_vector(ws));
+  OSCOM.OSMPL = false;
+  if (keep.gaps.empty()) return;
+  const int last = keep.gaps.back().second;
+  if (static_cast<std::int64_t>(skip_vector(ws).size()) < last &&
+      !make_skip_vector(ws, marks_wanted(last))) {
+    return;
+  }
+  OSCOM.OSMPL = keep.OSMPL;
+  for (const auto& [from, to] : keep.gaps) mark_gap(skip_vector(ws), from, to);
+}
+
+void forget_gaps() { kept_gaps().kept = false; }
 
 void SMPL(Workspace ws) {
   const Trace trace("SMPL");

@@ -239,6 +239,12 @@ bool usable_now(int ikod) {
 
 void ignored() { error_line(" ...ERROR..ABOVE COMMAND WILL BE IGNORED"); }
 
+// The number of PAR n and SIZE n; PAR=n, as at the start of the program, means the same.
+std::string_view size_word() {
+  const bool equals = SCNCOM.NWORDS > 1 && TOKCOM.token[1].text == "=";
+  return TOKCOM.token[equals ? 2 : 1].text;
+}
+
 // PAR n: a new data area of n kilobytes. Without a number: what is in force. True: leave the loop.
 bool set_par(Workspace ws) {
   if (SCNCOM.NWORDS == 0) {
@@ -249,7 +255,7 @@ bool set_par(Workspace ws) {
     refuse_in_safe_run();
     return false;
   }
-  const Scalar value = scalar_value(ws, TOKCOM.token[1].text);
+  const Scalar value = scalar_value(ws, size_word());
   if (!value.ok) return false;
   if (!(value.value >= 0 && value.value < 1e15)) {
     fail(" ...ERROR..SYNTAX ERROR");
@@ -271,7 +277,7 @@ bool set_size(Workspace ws) {
     refuse_in_safe_run();
     return false;
   }
-  const Scalar value = scalar_value(ws, TOKCOM.token[1].text);
+  const Scalar value = scalar_value(ws, size_word());
   if (!value.ok) return false;
   if (!(value.value >= 0 && value.value <= MOSTVARS)) {
     fail(" ...ERROR..SYNTAX ERROR");
@@ -321,15 +327,11 @@ bool run_in_loop(Workspace ws) {
 bool counts_for_size(int ikod) { return ikod != K_SET && ikod != K_PARM && ikod != K_SIZE; }
 
 // A false IF without a statement drops the command behind it.
-bool dropped_by_if() {
+bool dropped_by_if(Workspace ws) {
   if (!OCOM.ONOTIF) return false;
   OCOM.ONOTIF = false;
   if (OCOM.OPUT) warn(" ...WARNING..ABOVE STATEMENT NOT EXECUTED - PREVIOUS IF IS FALSE");
-  // A block goes as a whole.
-  if (INPCOM.IKOD == K_DO || INPCOM.IKOD == K_PROCEDUR) {
-    Block dropped;
-    capture_block(INPCOM.IKOD, dropped);
-  }
+  drop_block(ws);  // a block goes as a whole
   if (INPCOM.IKOD == K_EXECUTE) INPCOM.IKOD = 0;
   return true;
 }
@@ -349,18 +351,20 @@ void drop_levels_in_scan_mode(Workspace ws) {
   drop_levels(ws);
 }
 
-// Ctrl-C in a talking run: the line or command is given up, and the loop that it stands in; the
-// session goes on.
+// Ctrl-C in a session: the line or command is given up, with the loop or file that it stands in;
+// the session goes on.
 bool interrupted_at_prompt(Workspace ws) {
-  if ((!OSCOM.OTALK && !on_host()) || signal_received() != SIGINT) return false;
+  if ((!at_keyboard() && !on_host()) || signal_received() != SIGINT) return false;
   forget_signal();
-  drop_levels(ws);
   OCOM.OEOF = false;
   if (on_host()) {
+    drop_levels(ws);
     take_stop(ws);
     return true;
   }
   main_output().raw("\n");
+  tell_stopped_command();
+  return_to_first_input(ws);
   return true;
 }
 
@@ -429,11 +433,13 @@ void AAA(Workspace ws) {
       return;
     }
     // 2. Dropped, or run.
-    if (dropped_by_if()) continue;
+    if (dropped_by_if(ws)) continue;
     OCOM.ONEWV = OCOM.OMAT = false;
     const int ikod = INPCOM.IKOD;
     const double start = OSCOM.OTIM ? seconds() : 0.0;
+    const int failures = RUNCOM.failures;
     if (run_command(ws)) return;
+    if (RUNCOM.failures != failures) tell_failed_command();
     if (OSCOM.OTIM && start > 0.0 && !OSCOM.OSCAN) {
       say<"(' ...NOTE..TIME OF THE COMMAND', F12.6, ' SECONDS')">(seconds() - start);
     }

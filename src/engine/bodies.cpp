@@ -7,10 +7,12 @@
 #include <cmath>
 
 #include "data/data.h"
+#include "data/sample.h"
 #include "engine/commands.h"
 #include "engine/input.h"
 #include "engine/options.h"
 #include "engine/output.h"
+#include "engine/run.h"
 
 namespace korvel {
 namespace {
@@ -101,6 +103,7 @@ void end_level(Workspace ws) {
   auto& s = state();
   s.list.pop_back();
   if (!s.list.empty()) return;
+  restore_gaps(ws);
   DATCOM.IBEG = s.IBEG;
   DATCOM.IEND = s.IEND;
   DATCOM.NOBS = s.IEND < 1 ? DATCOM.NOBS : s.IEND - s.IBEG + 1;
@@ -217,7 +220,8 @@ bool start_level(Workspace ws, Level level, std::shared_ptr<Body> body, std::int
   auto& s = state();
   if (s.list.size() >= MAXLEVELS) {
     error_line(" ...ERROR..MORE THAN 18 PROC LEVELS");
-    XXIT(3);
+    end_unless_talking(3);
+    if (!RUNCOM.ended) drop_levels(ws);  // each level would come back here with its next line
     return false;
   }
   if (s.list.empty()) {
@@ -244,7 +248,7 @@ bool level_ended(Workspace ws, const TextInput* source) {
     level.text->rewind();
     return true;
   }
-  if (!level.procedure && OSCOM.OOPUT) {
+  if (!level.procedure && level.tells && OSCOM.OOPUT) {
     std::string last = value_text(level.value);
     constexpr std::size_t WIDTH = 10;
     if (last.size() < WIDTH) last.insert(0, WIDTH - last.size(), ' ');
@@ -261,6 +265,7 @@ void drop_levels(Workspace ws, bool keep_sample) {
   s.list.resize(1);
   if (keep_sample) {
     s.list.clear();
+    forget_gaps();
   } else {
     end_level(ws);
   }

@@ -67,6 +67,7 @@ class BodyText final : public TextInput {
 struct Level {
   BodyText* text = nullptr;  // its input
   bool procedure = false;
+  bool tells = true;      // a loop prints its beginning and end
   std::string index;      // characters or name by which the body writes the value
   bool variable = false;  // the index is a variable; nothing is replaced in the body
   double from = 1, step = 1, value = 1;
@@ -105,6 +106,12 @@ struct Block {
   std::int32_t begin = 0, end = 0;
 };
 bool capture_block(int opening, Block& block);
+// The error of a block whose end is missing; none when the person has given it up.
+void block_without_end();
+// What goes with the command that a false IF drops: the lines of its block (DO, PROCEDUR, TEST,
+// NLINEAR, SYSTEM, RESTRICT lines) and the data of a READ. By themselves they would mean something
+// else.
+void drop_block(Workspace ws);
 
 // Handlers.
 void DO(Workspace ws);       // DO

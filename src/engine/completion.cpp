@@ -150,7 +150,8 @@ Candidates complete_command(Workspace ws, std::string_view line, std::size_t cur
   const int ikod = find_command(word);
   // 2. Files: in the brackets of READ, WRITE and PRINT, and behind FILE and its words.
   const auto open = before.rfind('(');
-  const bool bracket = open != std::string_view::npos && before.find(')', open) == before.npos;
+  const bool bracket =
+      open != std::string_view::npos && before.find(')', open) == std::string_view::npos;
   if (bracket && (ikod == K_READ || ikod == K_WRITE || ikod == K_PRINT)) {
     return complete_file(line, open + 1, cursor);
   }
@@ -209,11 +210,12 @@ class Nearest {
  public:
   explicit Nearest(std::string_view wanted)
       : wanted_(up_cased(wanted)), best_(1 + static_cast<int>(wanted_.size()) / 3) {}
-  void offer(std::string_view word) {
+  void offer(std::string_view word) { offer(word, word); }
+  void offer(std::string_view word, std::string_view meant) {
     const int d = distance(wanted_, word);
     if (d >= best_ || d >= static_cast<int>(word.size())) return;
     best_ = d;
-    word_ = word;
+    word_ = meant;
   }
   std::string take() { return std::move(word_); }
 
@@ -224,8 +226,20 @@ class Nearest {
 
 }  // namespace
 
+// Words that people try for a command of another name.
+struct Synonym {
+  std::string_view word, command;
+};
+constexpr Synonym SYNONYMS[] = {
+    {"OLS", "OLS"},     {"REG", "OLS"},        {"REGRESS", "OLS"},    {"GENERATE", "GENR"},
+    {"LET", "GENR"},    {"STATISTI", "STATS"}, {"SUMMARIZ", "STATS"}, {"DESCRIBE", "STATS"},
+    {"MEAN", "STATS"},  {"LOAD", "READ"},      {"IMPORT", "READ"},    {"INPUT", "READ"},
+    {"SHOW", "PRINT"},  {"DROP", "DELETE"},    {"RUN", "EXECUTE"},    {"LS", "OLS"},
+    {"NLS", "NLINEAR"}, {"ARMA", "ARIMA"},     {"FORECAST", "FCAST"}};
+
 std::string near_command(std::string_view word) {
   Nearest nearest(word.substr(0, KEYLEN));
+  for (const Synonym& synonym : SYNONYMS) nearest.offer(synonym.word, synonym.command);
   for (int k = 1; k <= NCOMMANDS; ++k) {
     const CommandRow& row = COMMANDS[static_cast<std::size_t>(k - 1)];
     if (!row.word.empty() && (row.handler != nullptr || row.in_loop)) nearest.offer(row.word);

@@ -154,6 +154,19 @@ bool system_line(std::string_view line) {
 // Characters of a physical line that count.
 std::size_t length_limit() { return static_cast<std::size_t>(INPCOM.LCOLEN); }
 
+// What counts of a line, without trailing blanks. A formula that lost its end could still be one,
+// so that is told, unless the limit was set by the user: decks may hold anything behind it.
+std::string_view counted_part(std::string_view line) {
+  line = right_trimmed(line);
+  const std::size_t limit = length_limit();
+  if (line.size() <= limit) return line;
+  if (INPCOM.LCOLEN == InpCom{}.LCOLEN && !trimmed(line).starts_with('*')) {
+    warn<"(' ...WARNING..LINE IS CUT AT COMLEN=', I0, ' CHARACTERS, CONTINUE IT BEHIND AN &')">(
+        INPCOM.LCOLEN);
+  }
+  return right_trimmed(line.substr(0, limit));
+}
+
 void warn_too_long() {
   warn<"(' ...WARNING..COMMAND MAY BE NEAR OR OVER THE ', I0, ' CHARACTER LIMIT')">(LINMAX);
 }
@@ -161,8 +174,7 @@ void warn_too_long() {
 // Appends a physical line, tabs blanked and [NAME] of character variables replaced. What was put in
 // is not looked at again. False when the limit was met.
 bool append(Workspace ws, std::string_view line) {
-  if (!in_body() && !system_line(line)) line = line.substr(0, length_limit());
-  line = right_trimmed(line);
+  line = in_body() || system_line(line) ? right_trimmed(line) : counted_part(line);
   if (BUFFER.pieces < MAXPIECES)
     BUFFER.piece[static_cast<std::size_t>(BUFFER.pieces++)] = BUFFER.length;
   char* out = BUFFER.typed.data();
@@ -237,6 +249,8 @@ void echo(const char* text) {
     bool first = true;
     do {
       Line row;
+      // Under SET CC a new page begins at each title.
+      if (first && k == 0 && OSCOM.OCC && INPCOM.IKOD == K_TITLE) row.text("1");
       if (first && !OSCOM.OHTM) row.text(k == 0 ? "|_" : "| ");
       const auto room = static_cast<std::size_t>(LINELEN - row.cursor());
       row.text(part.substr(0, room));
@@ -323,18 +337,15 @@ bool read_stored_line(BodyLine& out) {
   do {
     if (!read_physical(line)) return false;
   } while (line.find_first_not_of(" \t\r") == std::string_view::npos);
-  const auto cut = [](std::string_view text) {
-    return right_trimmed(text.substr(0, length_limit()));
-  };
   out.line = inputs().stack.back()->line_number();
   const bool single = never_continued(line);
-  out.text = cut(line);
+  out.text = counted_part(line);
   while (!single && out.text.ends_with('&')) {
     out.text.back() = ' ';
     if (!read_physical(line)) break;
     if (out.text.size() < static_cast<std::size_t>(LINMAX)) {
-      out.text += cut(line);
-    } else if (cut(line).ends_with('&')) {
+      out.text += counted_part(line);
+    } else if (right_trimmed(line.substr(0, length_limit())).ends_with('&')) {
       out.text.back() = '&';  // beyond the limit lines are dropped
     }
   }
@@ -343,9 +354,9 @@ bool read_stored_line(BodyLine& out) {
 }
 
 void echo_stored_line(std::string_view text) {
-  if (!OSCOM.OECHO && !OSCOM.OSCR) return;
+  if ((!OSCOM.OECHO && !OSCOM.OSCR) || !OCOM.OPUT) return;
   const std::string_view first = trimmed(text);
-  if (first.empty() || first[0] == '$') return;
+  if (first.empty() || first[0] == '$' || first[0] == '?') return;
   std::string shown(text.substr(0, LINMAX));
   const bool typed = first[0] == '*' || is_text_command(stored_command(text));
   if (OSCOM.OLC && !typed) LCUC(shown.data(), static_cast<int>(shown.size()));
@@ -357,12 +368,11 @@ void echo_stored_line(std::string_view text) {
 
 namespace {
 
-void unknown_command(std::string_view word) {
+void unknown_command(std::string_view word, std::string_view tail = {}) {
   error_line<"(' ...ERROR..UNKNOWN COMMAND...', A)">(word);
   INPCOM.IKOD = 0;
-  if (const std::string near = near_command(word); OSCOM.OTALK && !near.empty()) {
-    say<"(' ...NOTE..DID YOU MEAN ', A, '?')">(near);
-  }
+  if (!word.empty() && !OSCOM.OSCAN) tell_meaning(word, tail);
+  tell_failed_command();
   if (OSCOM.OTALK) return;
   warn(" ...WARNING..CHECK OUTPUT CAREFULLY");
   if (++INPCOM.NUNKNO >= MAXUNKNOWN && !RUNCOM.settings.check) {
@@ -498,7 +508,9 @@ bool find_in_buffer() {
     const bool typed = INPCOM.IKOD == K_FILE || is_text_command(INPCOM.IKOD);
     maybe_echo(typed ? BUFFER.typed.data() : BUFFER.COMBUF.data());
     if (INPCOM.IKOD == 0) {
-      unknown_command({BUFFER.typed.data() + at, static_cast<std::size_t>(n)});
+      const std::string_view typed_text = command_typed().substr(static_cast<std::size_t>(at));
+      unknown_command(typed_text.substr(0, static_cast<std::size_t>(n)),
+                      typed_text.substr(static_cast<std::size_t>(n)));
       return false;
     }
     return true;
@@ -538,8 +550,16 @@ void INPUT(Workspace ws) {
     if (RUNCOM.ended) return;
   }
   if (OSCOM.OLCOM) store_text(ws, "C$", hide_pass_phrase(command_text()));
-  if (is_text_command(INPCOM.IKOD)) store_text_command(ws);
+  if (is_text_command(INPCOM.IKOD) && !OCOM.ONOTIF) store_text_command(ws);
 }
+
+bool behind_first_input() { return inputs().stack.size() > 1; }
+
+bool is_replayed() { return in_body(); }
+
+bool is_echoed() { return echoes(); }
+
+bool at_keyboard() { return OSCOM.OTALK && inputs().stack.front()->terminal(); }
 
 std::string_view command_text() {
   return {BUFFER.COMBUF.data(), static_cast<std::size_t>(BUFFER.length)};

@@ -33,6 +33,19 @@ void close_command_inputs();
 // FILE INPUT and SET INUNIT: commands come from a file until it ends; L5 and INDATA are then as
 // before. False after a reported failure, the input unchanged. `unit` is 0 for FILE INPUT.
 bool push_command_input(std::string_view typed, int unit);
+// Whether a person types the commands of this run, now or when the open files end.
+bool at_keyboard();
+// Of the running command: it stands in a file or body, is a line of a body, was echoed.
+bool behind_first_input();
+bool is_replayed();
+bool is_echoed();
+// What may have been meant by an unknown command word and the text behind it.
+void tell_meaning(std::string_view word, std::string_view tail);
+// Behind the message of a failed command that came out of a body or file, and so wasn't seen: the
+// command, for a session that echoes nothing.
+void tell_failed_command();
+// Ctrl-C: where the loop, procedure or file was.
+void tell_stopped_command();
 // All inputs above the first one are left, with the levels in them.
 void return_to_first_input(Workspace ws);
 // SET INUNIT=5: files that were pushed are left, with all that runs in them.

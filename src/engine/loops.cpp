@@ -1,6 +1,7 @@
-// DO, ENDO and GOTO.
+// DO, ENDO and GOTO, and the blocks that a false IF drops.
 #include <cmath>
 
+#include "data/data.h"
 #include "engine/bodies.h"
 #include "engine/commands.h"
 #include "engine/input.h"
@@ -67,7 +68,104 @@ std::int64_t count_passes(const DoHead& h) {
   return steps < MOST ? static_cast<std::int64_t>(steps) : 0;
 }
 
+// Lines behind a command that a false IF drops, and what they are to it.
+enum class Dropped { Inside, Last, Outside };
+
+// Passes over the lines of a dropped block; `kind` tells of a line's command what it is. A line
+// outside of the block is left for the reader. False when the input ends first.
+template <class Kind>
+bool drop_lines(Kind kind) {
+  TextInput& source = command_stream();
+  const bool shown = OSCOM.ODECHO || levels().empty();
+  bool continued = false;
+  std::string text;
+  for (std::string_view line; !stop_requested() && source.line(line);) {
+    text.assign(right_trimmed(line));
+    std::replace(text.begin(), text.end(), '\t', ' ');
+    const std::string_view words = trimmed(text);
+    const bool comment = !continued && words.starts_with('*');
+    const bool own = continued || comment || words.empty();
+    const Dropped place = own ? Dropped::Inside : kind(stored_command(text));
+    if (place == Dropped::Outside) {
+      source.unread();
+      return true;
+    }
+    if (shown) echo_stored_line(text);
+    if (place == Dropped::Last) return true;
+    continued = !comment && words.ends_with('&');
+  }
+  return false;
+}
+
+bool ends_run(int command) { return command == K_STOP || command == K_QUIT || command == K_EXIT; }
+
+// RESTRICT lines that belong to the dropped command, with their END.
+void drop_restrictions() {
+  bool inside = false;
+  drop_lines([&](int command) {
+    if (command == K_END && inside) return Dropped::Last;
+    if (command != K_RESTRICT && !(inside && command == K_TEST)) return Dropped::Outside;
+    inside = true;
+    return Dropped::Inside;
+  });
+}
+
+// The equations of a dropped SYSTEM.
+void drop_equations(Workspace ws, std::string_view tail) {
+  const Scalar count = scalar_value(ws, tail.substr(0, tail.find_first_of(" ,/(")), true);
+  if (!count.ok) return;
+  double left = count.value;
+  if (left < 1) return;
+  drop_lines([&](int command) {
+    if (command != K_OLSQ) return Dropped::Outside;
+    return --left < 1 ? Dropped::Last : Dropped::Inside;
+  });
+}
+
 }  // namespace
+
+void block_without_end() {
+  // Who gives a block up at the prompt has made no mistake.
+  if (stop_requested()) {
+    OCOM.ODONT = true;
+    return;
+  }
+  fail(" ...ERROR..NO ENDO COMMAND FOUND IN DO LOOP");
+}
+
+void drop_block(Workspace ws) {
+  const int opening = INPCOM.IKOD;
+  if (opening == K_DO || opening == K_PROCEDUR) {
+    Block dropped;
+    capture_block(opening, dropped);
+    return;
+  }
+  // At the keyboard only the command goes: the person has seen it and knows what is typed next.
+  if (command_stream().terminal()) return;
+  const std::string tail(trimmed(command_tail()));
+  if (opening == K_READ) {
+    SCANIT(ws);
+    if (!SCNCOM.file && SCNCOM.INPAR == 0) skip_stream_data(ws);
+  } else if (opening == K_TEST && tail.empty()) {
+    drop_lines([](int command) {
+      if (command == K_END) return Dropped::Last;
+      return command == K_TEST || command == K_RESTRICT ? Dropped::Inside : Dropped::Outside;
+    });
+  } else if (opening == K_NLINEAR && !tail.empty() && tail[0] != '/') {
+    // Any statement may stand among the equations.
+    const bool ended = drop_lines([](int command) {
+      if (ends_run(command)) return Dropped::Outside;
+      return command == K_END ? Dropped::Last : Dropped::Inside;
+    });
+    if (!ended && !stop_requested()) {
+      fail(" ...ERROR..END OF INPUT BEFORE THE END COMMAND OF THE BLOCK");
+    }
+  } else {
+    if (opening == K_SYSTEM) drop_equations(ws, tail);
+    // The RESTRICT option stands behind a "/".
+    if (tail.find('/') != std::string::npos) drop_restrictions();
+  }
+}
 
 void DO(Workspace ws) {
   const Trace trace("DO");
@@ -82,7 +180,7 @@ void DO(Workspace ws) {
   // head at the prompt has not begun a body yet.
   if (!good && OSCOM.OTALK && levels().empty()) return;
   Block block;
-  if (!capture_block(K_DO, block)) return fail(" ...ERROR..NO ENDO COMMAND FOUND IN DO LOOP");
+  if (!capture_block(K_DO, block)) return block_without_end();
   const bool check = RUNCOM.settings.check;  // one pass is looked over
   if (!good || (scanning && !check)) return;
   if (OSCOM.OLDDO && loops >= OLD_LEVELS) {
@@ -93,8 +191,9 @@ void DO(Workspace ws) {
   level.passes = check ? 1 : count_passes(head);
   if (level.passes == 0) {
     error_line<"(' ...ERROR..BAD DO LOOP PARAMETERS', 2G15.7)">(head.from, head.to);
-    return XXIT(0);
+    return end_unless_talking(0);
   }
+  level.tells = print;
   level.index = head.index;
   level.variable = VARNUM(ws, head.index) > 0;
   level.from = head.from;

@@ -72,13 +72,7 @@ constexpr int OPTIONCOLUMNS = 10;
 void invalid_option(std::span<const OptionWord> table, std::string_view word) {
   error_line<"(' ...ERROR..INVALID OPTION..', A)">(word.substr(0, 64));
   mark_failed();
-  say(" AVAILABLE OPTIONS ARE:");
-  WordRows rows(OPTIONCOLUMNS);
-  for (const OptionWord& w : table) {
-    if (!typable(w)) continue;
-    rows.add(w.word);
-  }
-  rows.end();
+  OPTION_WORDS(table);
 }
 
 bool date_option(std::string_view word) {
@@ -162,6 +156,15 @@ bool name_option(Workspace ws, int place, int token, const Token& value) {
 }
 
 }  // namespace
+
+void OPTION_WORDS(std::span<const OptionWord> table) {
+  say(" AVAILABLE OPTIONS ARE:");
+  WordRows rows(OPTIONCOLUMNS);
+  for (const OptionWord& w : table) {
+    if (typable(w)) rows.add(w.word);
+  }
+  rows.end();
+}
 
 void OPTION_START(std::span<const OptionWord> table) {
   std::size_t rank[4] = {0, 0, 0, 0};

@@ -156,6 +156,9 @@ struct OptCom {
 };
 inline constinit OptCom OPTCOM{};
 
+// The words that the user can give.
+void OPTION_WORDS(std::span<const OptionWord> table);
+
 // Loads the table's defaults into OPTCOM (BEG and END: IBEG and IEND), without reading any token;
 // a handler whose defaults depend on switches sets them between this and OPTION_SCAN.
 void OPTION_START(std::span<const OptionWord> table);

@@ -114,7 +114,8 @@ void OUTLINE() {
       const std::string_view record(line.data(), length == 0 ? 1 : length);
       if (to_host) {
         send_line(record.substr(0, length));
-      } else if (OSCOM.OTALK && !redirected && unit.descriptor() == 1 && colours()) {
+      } else if (OSCOM.OTALK && OSCOM.OCOLOR && !redirected && unit.descriptor() == 1 &&
+                 colours()) {
         std::string room;
         unit.line(coloured(record, room));
       } else {
@@ -243,15 +244,28 @@ std::string_view trimmed(std::string_view text) {
   return start == std::string_view::npos ? std::string_view{} : right_trimmed(text.substr(start));
 }
 
+namespace {
+
+void tell_cause(int code) {
+  if (code == -3) error_line(" ...ERROR..FORMAT TOO LONG, LIMIT IS 248 CHARACTERS");
+}
+
+}  // namespace
+
 void XXIT(int code) {
   if (RUNCOM.ended) return;
   RUNCOM.ended = true;
   RUNCOM.xxit_code = code;
   OCOM.ODONT = true;
-  if (code != 0) {
-    error_line<"(' ...ERROR..STOP ERROR CODE = ', I0)">(code);
-    if (code == -3) error_line(" ...ERROR..FORMAT TOO LONG, LIMIT IS 248 CHARACTERS");
-  }
+  if (code == 0) return;
+  error_line<"(' ...ERROR..STOP ERROR CODE = ', I0)">(code);
+  tell_cause(code);
+}
+
+void end_unless_talking(int code) {
+  if (!OSCOM.OTALK) return XXIT(code);
+  tell_cause(code);
+  mark_failed();
 }
 
 bool stop_requested() { return signal_received() != 0 || RUNCOM.ended; }

@@ -177,6 +177,9 @@ inline int NAMCHK(char c) {
 // Ends the run: prints the stop line for a non-zero code and asks the command loop to leave. The
 // caller returns at once.
 void XXIT(int code);
+// A mistake that ends a run from a file. In a talking run the command has failed and no more: a
+// typing error must not cost anybody the workspace.
+void end_unless_talking(int code);
 
 // True when the user has asked to stop (Ctrl-C, a signal): long loops ask at safe points and
 // return.

@@ -124,7 +124,7 @@ bool run_gpg(const std::vector<std::string>& words) {
 }  // namespace
 
 std::string private_file(std::string_view name) {
-  const std::string path = private_path(RUNCOM.vtemp, name);
+  std::string path = private_path(RUNCOM.vtemp, name);
   if (path.empty()) {
     fail<"(' ...ERROR..OPEN ERROR ON UNIT', I0, ' ERROR=', I0, ' FILE=', A)">(
         NAMED_UNIT, errno, RUNCOM.vtemp + std::string(name));
@@ -161,8 +161,7 @@ std::string fetch_url(std::string_view url) {
     fail(" ...ERROR..MISSING } FOR USER AND PASSWORD IN FTP");
     return {};
   }
-  const std::string file =
-      private_file("fetched" + std::to_string(++made()) + suffix_of(address.url));
+  std::string file = private_file("fetched" + std::to_string(++made()) + suffix_of(address.url));
   if (file.empty()) return {};
   const Fetched fetched = fetch(address.url, address.user, address.password, file);
   if (fetched.good()) return file;
@@ -190,7 +189,7 @@ std::string decipher_file(const std::string& path) {
     mark_failed();
     return {};
   }
-  const std::string plain = private_file("plain" + std::to_string(++made()));
+  std::string plain = private_file("plain" + std::to_string(++made()));
   if (plain.empty()) return {};
   if (!run_gpg({"gpg", "--batch", "--passphrase-fd", "0", "-o", plain, file_word(path)})) {
     unlink(plain.c_str());

@@ -222,7 +222,7 @@ void PROCDEF(Workspace ws) {
     if (!name_free(ws, up_cased(words[0]))) return;
   }
   Block block;
-  if (!capture_block(K_PROCEDUR, block)) return fail(" ...ERROR..NO ENDO COMMAND FOUND IN DO LOOP");
+  if (!capture_block(K_PROCEDUR, block)) return block_without_end();
   if (!good) return fail(" ...ERROR..SYNTAX ERROR");
   if (OSCOM.OSCAN) {
     if (RUNCOM.settings.check) look_over(ws, words, std::move(block));
@@ -259,7 +259,7 @@ void EXECS(Workspace ws) {
     if (!path.empty() && !levels().empty()) {
       error_line<"(' ...ERROR..YOU NEED TO PRELOAD THE ', A, ' PROC WITH THE COMMAND: ')">(name);
       say<"('    FILE PROC ', A)">(name);
-      return XXIT(0);
+      return end_unless_talking(0);
     }
     if (!path.empty()) {
       load_file(ws, path);

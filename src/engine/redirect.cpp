@@ -48,7 +48,7 @@ void write_error(const std::string& name, int error) {
 
 // The path of a file that printed lines may go to; empty after the refusal.
 std::string listing_path(std::string_view typed) {
-  const std::string path = resolve_write_name(typed);
+  std::string path = resolve_write_name(typed);
   if (file_of_run(path)) {
     fail<"(' ...ERROR..FILE IS THE INPUT OR OUTPUT OF THIS RUN:', A)">(path);
     return {};

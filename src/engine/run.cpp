@@ -22,6 +22,7 @@
 #include "engine/results_file.h"
 #include "engine/set.h"
 #include "engine/start_files.h"
+#include "engine/terminal.h"
 #include "engine/units.h"
 #include "expr/expr.h"
 #include "platform/child.h"
@@ -62,6 +63,9 @@ void print_banner() {
   say<"(' *  Welcome to ', A)">(VERSION);
   say<"(' *  FILE PATH=', A)">(RUNCOM.path);
   say<"(' *  FILE PROCPATH=', A)">(RUNCOM.vproc);
+  if (OSCOM.OTALK && !on_host()) {
+    say(" *  HELP lists the commands, HELP word explains one, STOP ends");
+  }
   say(stars);
 }
 
@@ -246,6 +250,7 @@ void RESET(Workspace ws) {
   OSCOM.OECHO = old.OECHO;
   OSCOM.OBAT = old.OBAT;
   OSCOM.OTERM = old.OTERM;
+  OSCOM.OCOLOR = OSCOM.OTALK && !on_host() && colours();
   MACOM.XMISS = MaCom{}.XMISS;
   GENCOM = GenCom{};
   FCOM = FCom{};
@@ -289,7 +294,7 @@ int run_korvel(const RunSettings& settings) {
     auto source = on_host() ? host_input() : nullptr;
     auto named_source = open_input(RUNCOM.settings, source.get());
     const bool named = settings.have_commands || !RUNCOM.settings.input.empty();
-    if (!on_host()) source = std::move(named_source);
+    if (!on_host()) source = std::exchange(named_source, nullptr);
     if (source == nullptr || (on_host() && named && named_source == nullptr)) return EXIT_CALL;
     if (!settings.output.empty() && same_file(settings.input, settings.output)) {
       tell(settings.output + ": is the input of this run");

@@ -148,6 +148,8 @@ void SYSCMD(std::string_view text) {
     rename_file(tail);
   } else if (WORD == "GNUPLOT" || WORD == "WGNUPLOT") {
     start_gnuplot(tail);
+  } else if (word == WORD && trimmed(tail).empty() && (WORD == "DATE" || WORD == "TIME")) {
+    run_shell(WORD == "DATE" ? "date" : "date +%T");  // shows it and asks for nothing
   } else {
     run_shell(text);
   }

@@ -67,7 +67,7 @@ void store_text_command(Workspace ws) {
     if (holds_integer_descriptor(text)) {
       return fail(" ...ERROR..IN FORMAT..USE F,E,D,G FORMAT NOT I FORMAT");
     }
-    if (counted_length(text) > FORMATLIMIT) return XXIT(-3);
+    if (counted_length(text) > FORMATLIMIT) return end_unless_talking(-3);
   }
   for (const TextCommand& t : TEXTCOMMANDS) {
     if (t.ikod == INPCOM.IKOD) store_text(ws, t.name, text);

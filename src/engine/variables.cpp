@@ -76,6 +76,7 @@ void RENAMX(Workspace ws) {
     if (I <= 0) return fail<"(' ...ERROR..VARIABLE ', A, ' DOES NOT EXIST')">(from);
     if (NAMCHK(to[0]) != 1) return fail<"(' ...ERROR..ILLEGAL VARIABLE NAME:', A)">(to);
     if (VARNUM(ws, to) != 0) return fail<"(' ...ERROR..VARIABLE ', A, ' ALREADY EXISTS')">(to);
+    if (NAME(ws, I) == "SKIP$") forget_skip_vector(ws);  // by another name the marks are data
     char* field = ws.name_field(I);
     std::memset(field, ' ', NAMELEN);
     std::memcpy(field, to.data(), to.size());

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "data/data.h"
 #include "engine/options.h"
 #include "engine/output.h"
 #include "platform/memory.h"
@@ -227,6 +228,27 @@ std::string_view NAME(Workspace ws, int I) {
   return right_trimmed(ws.VNAME(I));
 }
 
+namespace {
+
+bool is_skip_vector(Workspace ws, int I) { return key8(ws.VNAME(I).data()) == key8("SKIP$   "); }
+
+// The marks of the sample lie where SKIP$ lies now; a text holds none.
+void follow_skip_vector(Workspace ws, int I, int ITYPE) {
+  if (DATCOM.LSKIP == 0 || !is_skip_vector(ws, I)) return;
+  if (ITYPE > MATRIX2) return forget_skip_vector(ws);
+  DATCOM.LSKIP = ws.KADD(I) + HEADER - 1;
+}
+
+}  // namespace
+
+void forget_skip_vector(Workspace ws) {
+  const bool had = DATCOM.LSKIP != 0;
+  DATCOM.LSKIP = 0;
+  OSCOM.OSKIP = false;
+  OSCOM.OSMPL = false;
+  if (had && DATCOM.IEND >= 1) set_sample_size(ws);
+}
+
 int NEWVAR(Workspace ws, std::string_view name, const NewVar& request) {
   int ITYPE = request.ITYPE;
   int N2 = std::max(request.N2, 1);
@@ -268,6 +290,7 @@ int NEWVAR(Workspace ws, std::string_view name, const NewVar& request) {
       if (I == DATCOM.NVARS) ADDCOM.LASADD = static_cast<std::int32_t>(A - 1 + LEN + HEADER);
       write_header(ws, A, ITYPE, LEN, N2);
       fill_elements(ws, A, old.LEN, LEN, request.fill);
+      follow_skip_vector(ws, I, ITYPE);
       return number(I);
     }
   }
@@ -311,6 +334,7 @@ int NEWVAR(Workspace ws, std::string_view name, const NewVar& request) {
   write_name(ws, entry, name);
   write_header(ws, A, ITYPE, LEN, N2);
   fill_elements(ws, A, kept, LEN, request.fill);
+  follow_skip_vector(ws, entry, ITYPE);
   trim_table(ws);
   return number(entry);
 }
@@ -318,15 +342,11 @@ int NEWVAR(Workspace ws, std::string_view name, const NewVar& request) {
 std::int64_t free_variable(Workspace ws, int I) {
   const Place p = INFO(ws, I);
   const std::int64_t words = std::int64_t{p.LEN} + HEADER;
-  const bool skip = key8(ws.VNAME(I).data()) == key8("SKIP$   ");
+  const bool skip = is_skip_vector(ws, I);
   std::memset(ws.name_field(I), ' ', NAMELEN);
   ++DATCOM.NDL;
   trim_table(ws);
-  if (skip || DATCOM.NVARS == 0) {
-    DATCOM.LSKIP = 0;
-    OSCOM.OSKIP = false;
-    OSCOM.OSMPL = false;
-  }
+  if (skip || DATCOM.NVARS == 0) forget_skip_vector(ws);
   clear_estimate();
   return words;
 }

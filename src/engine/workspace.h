@@ -104,6 +104,8 @@ int NEWVAR(Workspace ws, std::string_view name, const NewVar& request);
 
 // Blanks an entry; the last entry gives its words back at once. Returns the words it held.
 std::int64_t free_variable(Workspace ws, int I);
+// No observation is skipped any more: SKIP$ is gone, or is something else now.
+void forget_skip_vector(Workspace ws);
 
 // Reports a shortage of memory from ADDCOM.NEED (the word count wanted in all).
 void NOCORE();

@@ -15,7 +15,7 @@ bool Ranmar::start(int seed1, int seed2) {
   if (seed1 < 0 || seed1 > 31328 || seed2 < 0 || seed2 > 30081) {
     error_line(" THE FIRST RANDOM NUMBER SEED MUST HAVE A VALUE BETWEEN 0 AND 31328");
     say(" THE SECOND SEED MUST HAVE A VALUE BETWEEN 0 AND 30081");
-    XXIT(STOP_CODE);
+    end_unless_talking(STOP_CODE);
     return false;
   }
   int i = seed1 / 177 % 177 + 2, j = seed1 % 177 + 2;

@@ -13,10 +13,12 @@ int korvel::terminal_rows() {
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <histedit.h>
+#include <langinfo.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <clocale>
 #include <cstdio>
 
 #include "platform/loaded_library.h"
@@ -60,6 +62,35 @@ const Library& library() {
   return loaded;
 }
 
+// The editor takes bytes for characters by the locale, and leaves out what is none in it: while it
+// is at work the characters are those of the terminal, UTF-8 unless the environment names others.
+class TerminalCharacters {
+ public:
+  TerminalCharacters() : old_(uselocale(characters())) {}
+  TerminalCharacters(const TerminalCharacters&) = delete;
+  TerminalCharacters& operator=(const TerminalCharacters&) = delete;
+  ~TerminalCharacters() { uselocale(old_); }
+
+ private:
+  static locale_t characters() {
+    static const locale_t set = [] {
+      const locale_t own = newlocale(LC_CTYPE_MASK, "", nullptr);
+      const bool ascii =
+          own == nullptr || std::string_view(nl_langinfo_l(CODESET, own)).starts_with("ANSI_");
+      return ascii ? newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr) : own;
+    }();
+    return set;
+  }
+  locale_t old_;
+};
+
+// Characters of a text of the editor.
+int characters_in(std::string_view text) {
+  constexpr unsigned TOP_BITS = 0xC0, FOLLOWS = 0x80;
+  return static_cast<int>(std::ranges::count_if(
+      text, [](char c) { return (static_cast<unsigned char>(c) & TOP_BITS) != FOLLOWS; }));
+}
+
 // What all candidates begin with, letters of either case alike.
 std::string common_start(const std::vector<std::string>& words) {
   std::string start = words.front();
@@ -74,6 +105,7 @@ class EditedText final : public TextInput {
  public:
   explicit EditedText(LineEditor editor) : editor_(std::move(editor)) {
     name_ = "-";
+    const TerminalCharacters characters;
     const Library& l = library();
     edit_ = l.init("korvel", stdin, stdout, stderr);
     history_ = l.history_start();
@@ -110,6 +142,7 @@ class EditedText final : public TextInput {
       out = last_;
       return true;
     }
+    const TerminalCharacters characters;
     int length = 0;
     std::fflush(stdout);
     // All functions are there, or there is no editor.
@@ -164,7 +197,7 @@ class EditedText final : public TextInput {
     const std::string start = one ? found.words[0] : common_start(found.words);
     const std::size_t typed = cursor - found.from;
     if (start.size() > typed || (one && start.size() == typed)) {
-      l.remove(edit, static_cast<int>(typed));
+      l.remove(edit, characters_in(std::string_view(text).substr(found.from, typed)));
       const bool open = !start.empty() && (start.back() == '/' || start.back() == '=');
       l.insert(edit, (one && !open ? start + " " : start).c_str());
       return CC_REFRESH;

@@ -196,6 +196,11 @@ bool next_block_line(Workspace ws) {
 }
 
 void skip_block(Workspace ws) {
+  // At the keyboard the rest of the block has not been typed yet.
+  if (command_stream().terminal()) {
+    OCOM.ODONT = true;
+    return say(" ...NOTE..THE LINES UP TO END ARE GIVEN UP");
+  }
   do {
     INPUT(ws);
     if (INPCOM.IKOD == K_STOP || INPCOM.IKOD == K_QUIT || INPCOM.IKOD == K_EXIT) XXIT(0);
@@ -240,7 +245,7 @@ void TEST(Workspace ws) {
   // 1. There must be an estimate.
   if (ADDCOM.KTEST == 0) {
     fail(" ...ERROR..THIS COMMAND MUST FOLLOW AN ESTIMATION COMMAND");
-    if (block) {
+    if (block && !command_stream().terminal()) {
       const OpenBlock lines;
       skip_block(ws);
     }
