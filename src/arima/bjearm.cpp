@@ -5,11 +5,6 @@
 #include <limits>
 
 namespace korvel {
-namespace {
-
-constexpr double TOO_LARGE = 1e38;  // a sum of squares that no step of a minimiser wants
-
-}  // namespace
 
 void combine_lags(std::span<const double> ordinary, std::span<const double> seasonal, int span,
                   LagList& product) {
@@ -31,6 +26,13 @@ void combine_lags(std::span<const double> ordinary, std::span<const double> seas
     product.lag[at] = static_cast<int>(i);
     product.coef[at] = full[i];
   }
+}
+
+double arm_limit(std::span<const double> series) {
+  constexpr double beyond = 1e18;  // times the sum of squares of the series itself
+  double squares = 0.0;
+  for (const double w : series) squares += w * w;
+  return std::max(1e38, std::min(beyond * squares, std::numeric_limits<double>::max()));
 }
 
 double mean_factor(const BjOrders& o, std::span<const double> b) {
@@ -96,7 +98,7 @@ double BJEARM(const BjModel& model, const ArmRoom& room, std::span<double> a) {
   for (std::ptrdiff_t t = first; t < N; ++t) {
     out[t] = w[t] - c - behind(ar, w + t) + behind(ma, out + t);
     S += out[t] * out[t];
-    if (!(S <= TOO_LARGE)) return S > TOO_LARGE ? S : std::numeric_limits<double>::infinity();
+    if (!(S <= room.limit)) return S > room.limit ? S : std::numeric_limits<double>::infinity();
   }
   return S;
 }

@@ -57,16 +57,19 @@ void make_model(const BjOrders& orders, std::span<const double> b, bool mean, Bj
 // behind the first PRESAMPLE of w; e has PRESAMPLE places more at its end.
 struct ArmRoom {
   std::span<double> w, e;
+  double limit = 1e38;  // a sum of squares that no step of a minimiser wants
   ArmRoom(std::span<double> room, std::size_t n)
       : w(room.first(PRESAMPLE + n)),
         e(room.subspan(PRESAMPLE + n, std::size_t{2} * PRESAMPLE + n)) {}
 };
+// The limit for a series whose own squares are that large.
+double arm_limit(std::span<const double> series);
 constexpr std::size_t arm_words(std::size_t n) { return 2 * n + std::size_t{3} * PRESAMPLE; }
 
 // Residuals a(t) by back-forecasting (Box and Jenkins 1976, section 7.1) and their sum of squares,
 // those before the sample included. The places of a before the first residual that the lags allow
-// (first_residual) are 0. Needs n > ar.longest. A sum beyond 1e38 ends the pass and is returned as
-// it is (it may be infinite); a NaN is returned as infinity.
+// (first_residual) are 0. Needs n > ar.longest. A sum beyond the limit of the room ends the pass
+// and is returned as it is (it may be infinite); a NaN is returned as infinity.
 double BJEARM(const BjModel& model, const ArmRoom& room, std::span<double> a);
 inline std::size_t first_residual(const BjModel& m) {
   return static_cast<std::size_t>(m.ar.longest > m.ma.longest ? m.ar.longest : m.ma.longest);

@@ -156,7 +156,8 @@ std::size_t BJEGAU_words(int k, std::size_t n) {
 
 double BJEGAU_start(const GaussProblem& problem, std::span<const double> series,
                     std::span<const double> b, std::span<double> a, std::span<double> work) {
-  const ArmRoom room(work, series.size());
+  ArmRoom room(work, series.size());
+  room.limit = arm_limit(series);
   std::copy(series.begin(), series.end(), room.w.begin() + PRESAMPLE);
   BjModel model;
   make_model(problem.orders, b, false, model);
@@ -184,6 +185,7 @@ GaussFit BJEGAU(const GaussProblem& problem, std::span<const double> series, std
                take(N * at(k)),
                take(packed_words(k)),
                take(packed_words(k))};
+  run.room.limit = arm_limit(series);
   std::copy(series.begin(), series.end(), run.room.w.begin() + PRESAMPLE);
   // 1. The constant becomes the mean, where it has one.
   if (o.constant) {
@@ -201,7 +203,7 @@ GaussFit BJEGAU(const GaussProblem& problem, std::span<const double> series, std
   fit.S = fit.S0 = run.residuals(b, a);
   // 2. Iterations.
   double lambda = 1.0;
-  bool more = std::isfinite(fit.S0);
+  bool more = fit.S0 <= run.room.limit;
   if (!more) fit.stop = GaussStop::no_step;
   const std::span<double> trial_b = std::span<double>(next).first(at(k));
   while (more && fit.iterations < problem.ITER) {

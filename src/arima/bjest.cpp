@@ -197,16 +197,15 @@ bool BJEST(Workspace ws, const BjSeries& series) {
     if (print && (BJCOM.PITER || BJCOM.DUMP)) print_step(step);
     return !stop_requested();
   };
-  if (print) {
-    print_fit_heading(o, problem.h, BJEGAU_start(problem, w, b, a, room.rest()), w.size());
-  }
-  const GaussFit fit = BJEGAU(problem, w, b, a, cov, room.take(BJEGAU_words(k, w.size())), watch);
-  if (fit.stop == GaussStop::asked) return false;
-  if (!std::isfinite(fit.S0)) {
+  const double S0 = BJEGAU_start(problem, w, b, a, room.rest());
+  if (!(S0 <= arm_limit(w))) {
     fail(BAD_START);
     set_error(BJ_START);
     return false;
   }
+  if (print) print_fit_heading(o, problem.h, S0, w.size());
+  const GaussFit fit = BJEGAU(problem, w, b, a, cov, room.take(BJEGAU_words(k, w.size())), watch);
+  if (fit.stop == GaussStop::asked) return false;
   report_stop(fit);
   if (fit.singular) {
     set_error(BJ_NO_STEP);

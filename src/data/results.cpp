@@ -1,6 +1,17 @@
 #include "data/results.h"
 
 namespace korvel {
+namespace {
+
+// A name that commands can use: anything else would make a variable that nobody can reach, or one
+// that the sample rests on.
+bool usable_name(std::string_view name) {
+  const auto part = [](char c) { return NAMCHK(c) >= 0 || c == '_' || c == '$'; };
+  return !name.empty() && NAMCHK(name[0]) == 1 && std::ranges::all_of(name, part) &&
+         name != "SKIP$";
+}
+
+}  // namespace
 
 int make_result(Workspace ws, const NameOption& option, VarType type, std::int64_t length, int N2) {
   std::string_view name = option.typed;
@@ -9,6 +20,10 @@ int make_result(Workspace ws, const NameOption& option, VarType type, std::int64
   if (const auto colon = name.find(':'); colon != std::string_view::npos) {
     if (type == SERIES) column = static_cast<int>(FSUMS(name.substr(colon + 1)).whole);
     name = name.substr(0, colon);
+  }
+  if (!usable_name(name)) {
+    fail<"(' ...ERROR..ILLEGAL VARIABLE NAME:', A)">(name);
+    return 0;
   }
   if (!fits32(length)) {
     ADDCOM.NEED = length;

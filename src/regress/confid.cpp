@@ -126,8 +126,10 @@ RegionNumbers estimated_numbers(Workspace ws, int first, int second) {
   return r;
 }
 
-// The two values of the last joint test.
+// The two values of the last joint test, when it was one of this estimate: with the degrees of
+// freedom of another the region would be wrong.
 RegionNumbers tested_numbers() {
+  if (!SAVED.tested) return {.name = {"$VAL1", "$VAL2"}};
   return {.name = {"$VAL1", "$VAL2"},
           .coef = {temporary(temporary_place("VAL1")), temporary(temporary_place("VAL2"))},
           .var = {temporary(temporary_place("CT11")), temporary(temporary_place("CT22"))},
@@ -143,9 +145,14 @@ int numbers_given() { return static_cast<int>(std::ranges::count_if(NUMBER_PLACE
 // A region asked for without names: by numbers, or by an option that only a picture has.
 bool nameless_region() {
   const auto flag = [](int place) { return OPTCOM.LOPT[static_cast<std::size_t>(place)]; };
+  const auto word = [](int place, std::string_view standard) {
+    return OPTCOM.VOPT[static_cast<std::size_t>(place)].text != standard;
+  };
   return numbers_given() > 0 || real_given(CONFOPT.place("FCRITICA")) ||
          OPTCOM.igiven[CONFOPT.place("POINTS")] || flag(CONFOPT.place("GNUPLOT")) ||
-         flag(CONFOPT.place("GRAPHICS"));
+         flag(CONFOPT.place("GRAPHICS")) || flag(CONFOPT.place("APPEND")) ||
+         word(CONFOPT.place("OUTPUT"), "PLOT") || word(CONFOPT.place("DEVICE"), "") ||
+         word(CONFOPT.place("COMMFILE"), "") || word(CONFOPT.place("DATAFILE"), "");
 }
 
 // What a picture of the joint region of two coefficients is made of. Options replace the numbers.
@@ -158,7 +165,7 @@ bool keep_region(RegionNumbers n, double DF, bool asymptotic, double point) {
     r.tcritical90 = r.DN ? NORMAL_POINT_90 : t_point(DF, 0.10);
   }
   if (real_given(CONFOPT.place("FCRITICA"))) r.fcritical = real_value(CONFOPT.place("FCRITICA"));
-  double* const numbers[] = {&n.coef[0], &n.coef[1], &n.var[0], &n.var[1], &n.covar};
+  double* const numbers[] = {n.coef.data(), &n.coef[1], n.var.data(), &n.var[1], &n.covar};
   for (std::size_t i = 0; i < NUMBER_PLACES.size(); ++i) {
     if (real_given(NUMBER_PLACES[i])) *numbers[i] = real_value(NUMBER_PLACES[i]);
     if (*numbers[i] == UNSET) {

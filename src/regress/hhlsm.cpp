@@ -98,7 +98,8 @@ void test_residuals(Workspace ws, const FitData& data, const FitRoom& room, Hous
       o.RHO != 0.0
           ? durbin_watson_ar(work.x.a, n, K, ld, d, rows,
                              {.rho = o.RHO, .missing = static_cast<std::size_t>(o.NMISS)}, rest)
-          : durbin_watson_tails({work.x.a, ld * K}, n, K, ld, d, rows, rest);
+          : durbin_watson_tails({work.x.a, ld * K}, n, K, ld, d, rows, rest, stop_requested);
+  if (tails.IFAULT == 4) return;
   if (tails.IFAULT != 0) warn(" ...WARNING..REQUESTED ACCURACY COULD NOT BE OBTAINED");
   temporary(temporary_place("PVAL")) = tails.positive;
   if (!OCOM.OPUT) return;
@@ -149,7 +150,8 @@ void test_lush(const FitData& data, HouseholderWork& work) {
   const auto left = static_cast<double>(u.size());
   // Without regressors the exact distribution is that of the roots 2 - 2 cos(pi j / (N-K)).
   const DurbinWatsonTails tails =
-      durbin_watson_tails({}, u.size(), 0, 0, d, rows, work.rest.subspan(u.size()));
+      durbin_watson_tails({}, u.size(), 0, 0, d, rows, work.rest.subspan(u.size()), stop_requested);
+  if (tails.IFAULT == 4) return;
   if (tails.IFAULT != 0) warn(" ...WARNING..REQUESTED ACCURACY COULD NOT BE OBTAINED");
   say<"(' MODIFIED VON-NEUMANN RATIO ON LUSH RESIDUALS =', F9.5)">(d * left / (left - 1.0));
   say<"(' DURBIN-WATSON LUSH STATISTIC =', F9.5)">(d);

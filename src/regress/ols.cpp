@@ -106,6 +106,8 @@ bool settle_options() {
   if (o.ORDER < 1) return bad_option_value("ORDER");
   if (o.GAP < 0) return bad_option_value("GAP");
   if (o.NMISS < 0) return bad_option_value("NMISS");
+  if (o.NPOP < 0) return bad_option_value("NPOP");
+  if (!(o.INSIG2 >= 0.0)) return bad_option_value("INSIG2");
   if (!(o.RHO > -1.0 && o.RHO < 1.0)) return bad_option_value("RHO");
   return true;
 }
@@ -125,6 +127,7 @@ bool settle_build() {
     o.multiplicity = 2;
     o.blocks = 2;
   } else if (Opt::chosen<"DLRX">()) {
+    if (o.AUTCOV != 0) return incompatible_options();  // the halves follow each other in no order
     o.build = Build::Dlrx;
     o.blocks = 2;
   } else if (Opt::chosen<"PILAGS">()) {
@@ -235,8 +238,10 @@ void OLS(Workspace ws) {
   OSCOM.OWIDE = Opt::chosen<"WIDE">();
   if (SCNCOM.NF <= 0) {
     state.keep_wide();
-    return say<"(' COMMAND STRUCTURE:', A6, 'depvar indeps / options')">(
-        INPCOM.IKOD == K_IMLS ? "IMLS" : "OLS");
+    say<"(' COMMAND STRUCTURE:', A6, 'depvar indeps / options')">(INPCOM.IKOD == K_IMLS ? "IMLS"
+                                                                                        : "OLS");
+    if (SCNCOM.NOPS > 0) OPTION_WORDS(OLSOPT.view());
+    return;
   }
   if (!settle_options() || !settle_build()) return;
   if (!find_variables()) return;

@@ -101,8 +101,8 @@ void print_component_variables(Workspace ws, const Estimate& est);
 
 // yhats.cpp: C := C S C with S from the residuals e = y - Xb (White 1980; Newey and West 1987).
 std::int64_t YHATS_words(int K, std::int64_t rows, int lags);
-void YHATS(const ColumnList& x, std::span<const double> e, int lags, std::span<double> cov,
-           std::span<double> work);
+void YHATS(const ColumnList& x, std::span<const double> e, bool counted, int lags,
+           std::span<double> cov, std::span<double> work);
 
 // olsinflu.cpp: the listing of influence statistics; hat gets the diagonal of the hat matrix.
 void INFLUE(Workspace ws, const Estimate& est, const ColumnList& x, std::span<const double> factor,
@@ -110,8 +110,8 @@ void INFLUE(Workspace ws, const Estimate& est, const ColumnList& x, std::span<co
 
 // olsout_anova.cpp
 void print_model_selection(int K, double SSE, double sigma2);
-// K: coefficients that count, less the restrictions.
-void print_anova(const Estimate& est, int K, double SSE, double sigma2, double raw_sum);
+// coefficients: those that count, less the restrictions.
+void print_anova(const Estimate& est, int coefficients, double SSE, double sigma2, double raw_sum);
 
 // olsout_table.cpp
 void print_coefficients(Workspace ws, const Estimate& est, double d0);

@@ -262,6 +262,11 @@ void OLSEST(Workspace ws, const ResultProfile& profile) {
   if (!scratch) return;
   FitRoom room = share_room(scratch, n, data.in_place);
   if (!load_data(ws, room, data, n)) return;
+  // A sample larger than its population would have a negative variance.
+  if (o.NPOP > 0 && FCOM.ZZ > o.NPOP) {
+    bad_option_value("NPOP");
+    return;
+  }
 
   // 2. The fit, then its restrictions.
   FCOM.SSE = 0.0;
@@ -279,7 +284,7 @@ void OLSEST(Workspace ws, const ResultProfile& profile) {
     gs_residuals(data.raw, room.coef, room.residual);
     if (FCOM.NQ > 0) FCOM.SSE = weighted_squares(room.residual, data.x.root);
     if (o.HETCOV) {
-      YHATS(data.x, room.residual, o.AUTCOV, room.cov, room.work);
+      YHATS(data.x, room.residual, o.REPLICAT, o.AUTCOV, room.cov, room.work);
       OLSCOM.MULSIGSQ = false;
     }
     if (o.weighted && !o.UT) {
@@ -300,10 +305,14 @@ void OLSEST(Workspace ws, const ResultProfile& profile) {
   if (o.build == Build::Imls) {
     FCOM.RAW = complex_moments(data.raw, room.means, room.squares);
     FCOM.SST = room.squares.back();
-    // The error variance is that of a complex number; each part has half of it.
-    for (double& c : room.cov) c *= 0.5;
+    // The error variance is that of a complex number; each part has half of it. A covariance from
+    // the residuals of the parts, or a given one, does not rest on it.
+    if (!o.HETCOV && o.INCOVARI == 0) {
+      for (double& c : room.cov) c *= 0.5;
+    }
   }
-  const double d0 = FCOM.ZZ - K / o.multiplicity + FCOM.NQ;
+  const int free = K / o.multiplicity;  // coefficients without their second parts
+  const double d0 = FCOM.ZZ - free + FCOM.NQ;
   FCOM.DF = o.DN ? FCOM.ZZ : d0;
   if (o.INSIG2 > 0.0) FCOM.SSE = o.INSIG2 * FCOM.DF;
   FCOM.SEPLOT = FCOM.DF > 0.0 ? std::sqrt(std::fabs(FCOM.SSE / FCOM.DF)) : 1.0;

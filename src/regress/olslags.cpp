@@ -63,7 +63,7 @@ double joint_f(Workspace ws, const Estimate& est, const LagGroup& g, double* p) 
 }  // namespace
 
 void test_restrictions(double SSE_free, int K) {
-  const double df = static_cast<double>(std::lround(FCOM.ZZ - K));
+  const auto df = static_cast<double>(std::lround(FCOM.ZZ - K));
   if (!OCOM.OPUT || df <= 0.0 || !(SSE_free > 0.0)) return;
   const int NQ = FCOM.NQ;
   const double F = (FCOM.SSE - SSE_free) / NQ / (SSE_free / df);

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "engine/commands.h"
 #include "data/results.h"
+#include "engine/commands.h"
 #include "engine/output.h"
 #include "expr/kernels/packed.h"
 #include "regress/systems.h"

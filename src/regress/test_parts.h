@@ -28,7 +28,7 @@ struct FormCovariance {
   static std::int64_t words(int q, int K);
   FormCovariance(Scratch& scratch, int forms, int coefficients);
   // Fills A, V and size.
-  void form(std::span<const double> G, std::span<const double> C);
+  void form(std::span<const double> G, std::span<const double> C) const;
   // What rounding may leave of the variance of form i (from 1): a variance below it is none, as
   // that of a hypothesis which is among the restrictions of the estimate.
   double rounding(std::span<const double> G, int i) const;

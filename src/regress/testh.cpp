@@ -58,7 +58,7 @@ void save_estimate(Workspace ws, const Estimate& est) {
   s.second_index = s.variance_in_mean = false;
   s.family = -1;
   s.made_columns = INPCOM.IKOD == K_IMLS || (INPCOM.IKOD == K_OLSQ && OLSCOM.build != Build::Plain);
-  s.least_squares = s.plain = false;
+  s.least_squares = s.plain = s.tested = false;
   s.KWT = 0;
   s.NORMALIZ = true;
   ADDCOM.KTEST = 1;
@@ -138,7 +138,7 @@ FormCovariance::FormCovariance(Scratch& scratch, int forms, int coefficients)
   size = scratch.take(columns);
 }
 
-void FormCovariance::form(std::span<const double> G, std::span<const double> C) {
+void FormCovariance::form(std::span<const double> G, std::span<const double> C) const {
   for (int k = 1; k <= K; ++k) {
     size[static_cast<std::size_t>(k - 1)] = std::sqrt(std::max(C[packed(k, k)], 0.0));
   }
@@ -390,6 +390,7 @@ void TESTH(Workspace ws, std::span<const double> v, std::span<const double> G) {
     temporary(temporary_place("CT11")) = covariance.V[0];
     temporary(temporary_place("CT12")) = covariance.V[1];
     temporary(temporary_place("CT22")) = covariance.V[2];
+    SAVED.tested = true;
   }
   // The factor takes the place of the covariance, which the record wants as it was.
   const std::span<double> x = scratch.take(v.size());

@@ -59,6 +59,7 @@ struct SavedEstimate {
   bool second_index = false;  // MLE: as many of a second index stand behind them, then the shapes
   int family = -1;            // MLE: its MleType
   bool variance_in_mean = false;  // HETERO: the mean has a term of the variance
+  bool tested = false;            // $VAL1 .. $CT22 hold a test of two hypotheses on this estimate
   bool made_columns = false;  // the regressors were made from what is listed (IMLS, DLRX, PILAGS)
   // What DIAGNOSE needs to find the rows and residuals of the fit again; set by OLS.
   bool least_squares = false;  // the fit is the listed columns times the coefficients

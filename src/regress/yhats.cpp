@@ -20,21 +20,23 @@ struct Scores {
   std::int64_t ld;
   std::int64_t words;
 
-  Scores(int K_in, int lags) : K(K_in), before((lags + 7) / 8 * 8), ld(before + BLOCK + 8) {
+  Scores(int K_in, int lags)
+      : K(K_in), before((std::int64_t{lags} + 7) / 8 * 8), ld(before + BLOCK + 8) {
     words = ld * K + static_cast<std::int64_t>(packed_words(K)) + std::int64_t{K} * K;
   }
 };
 
-// scores := x(t) e(t) with both times the root of the weight, rows from..from+n-1.
-void load_scores(const ColumnList& x, std::span<const double> e, std::int64_t from, std::int64_t n,
-                 const Scores& shape, double* to) {
+// scores := x(t) e(t) with both times the root of the weight, rows from..from+n-1. A row that
+// stands for `counted` equal ones adds its square that many times, so one root is enough.
+void load_scores(const ColumnList& x, std::span<const double> e, bool counted, std::int64_t from,
+                 std::int64_t n, const Scores& shape, double* to) {
   for (int k = 0; k < shape.K; ++k) {
     const double* column = x.column[static_cast<std::size_t>(k)];
     double* score = to + shape.ld * k;
     for (std::int64_t t = 0; t < n; ++t) {
       const std::int64_t row = from + t;
       double v = e[static_cast<std::size_t>(row)];
-      if (x.root != nullptr) v *= x.root[row] * x.root[row];
+      if (x.root != nullptr) v *= counted ? x.root[row] : x.root[row] * x.root[row];
       score[t] = column == nullptr ? v : v * column[row];
     }
     std::fill(score + n, score + (n + 7) / 8 * 8, 0.0);
@@ -50,9 +52,9 @@ std::int64_t YHATS_words(int K, std::int64_t rows, int lags) {
 
 // S = sum over t of e(t)^2 x(t) x(t)' and, for lags l = 1..L, with weight 1 - l/(L+1), the products
 // x(t) e(t) e(t-l) x(t-l)' and their mirror. Rows are kept rows; e is not weighted, x and e are
-// multiplied by the root of the weight here.
-void YHATS(const ColumnList& x, std::span<const double> e, int lags, std::span<double> cov,
-           std::span<double> work) {
+// multiplied by the root of the weight here (x alone when weights count equal rows).
+void YHATS(const ColumnList& x, std::span<const double> e, bool counted, int lags,
+           std::span<double> cov, std::span<double> work) {
   const Trace trace("YHATS");
   const int K = x.columns() - 1;
   const std::size_t triangle = packed_words(K);
@@ -77,10 +79,10 @@ void YHATS(const ColumnList& x, std::span<const double> e, int lags, std::span<d
       const std::int64_t history = std::min<std::int64_t>(shape.before, from);
       for (int k = 0; k < K; ++k) std::fill_n(scores + shape.ld * k, shape.before, 0.0);
       if (history > 0) {
-        load_scores(x, e, from - history, history, shape, scores + shape.before - history);
+        load_scores(x, e, counted, from - history, history, shape, scores + shape.before - history);
       }
       double* here = scores + shape.before;
-      load_scores(x, e, from, n, shape, here);
+      load_scores(x, e, counted, from, n, shape, here);
       const std::int64_t rows = (n + 7) / 8 * 8;
       lanes.cross(here, K, shape.ld, rows, S);
       for (int l = 1; l <= lags; ++l) {

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <limits>
 
 #include "stats/contour.h"
 
@@ -43,68 +44,123 @@ Chains make_chains(std::size_t n, const DifferenceRows& rows, double* work) {
   return {n, rows.order, before, slot, diagonal};
 }
 
-// K(s) = -1/2 sum log(1 - 2 s (m_i - d)) by elimination.
-class Elimination {
+// Logarithm of a product of many factors, without taking one for each. Powers of two are set aside
+// to keep it in range. Of complex factors the principal logarithms are summed: what they turn past
+// the negative real axis is counted.
+class LogProduct {
  public:
-  // Q: n by k by rows, orthonormal columns; ring: 2 (k+1) words for each row of a chain step;
-  // gram: 2 k^2 words.
-  Elimination(const Chains& chains, const double* Q, std::size_t k, double d, double* ring,
-              double* gram)
-      : chains_(chains), Q_(Q), k_(k), d_(d), ring_(ring), gram_(gram) {}
-
-  double operator()(double s) const {
-    return -0.5 * (static_cast<double>(chains_.n - k_) * std::log(std::fabs(2.0 * s)) +
-                   log_determinant(-(0.5 / s + d_), ring_, gram_));
+  void take(double factor) {
+    re_ *= factor;
+    rescale();
   }
-  // Above the real axis: A + z I has a positive imaginary part, its inverse a negative one, and so
-  // have all pivots: principal logarithms add up without a jump.
-  std::complex<double> operator()(std::complex<double> s) const {
-    const std::complex<double> root(std::log(2.0 * std::abs(s)), std::arg(s) - PI);
-    return -0.5 * (static_cast<double>(chains_.n - k_) * root +
-                   log_determinant(-(0.5 / s + d_), reinterpret_cast<std::complex<double>*>(ring_),
-                                   reinterpret_cast<std::complex<double>*>(gram_)));
+  void take(const std::complex<double>& factor) {
+    const double re = re_ * factor.real() - im_ * factor.imag();
+    const double im = re_ * factor.imag() + im_ * factor.real();
+    // Both arguments lie in 0..pi, or both below: only then can their sum pass the axis.
+    if ((im_ < 0.0) == (factor.imag() < 0.0) && (im < 0.0) != (im_ < 0.0)) {
+      turns_ += im < 0.0 ? 1.0 : -1.0;
+    }
+    re_ = re;
+    im_ = im;
+    rescale();
+  }
+  void result(double& log) const { log = powers_ * LOG_STEP + std::log(std::fabs(re_)); }
+  void result(std::complex<double>& log) const {
+    log = {powers_ * LOG_STEP + std::log(std::hypot(re_, im_)),
+           turns_ * 2.0 * PI + std::atan2(im_, re_)};
   }
 
  private:
   static constexpr double PI = 3.14159265358979323846;
+  static constexpr double STEP = 0x1p256;
+  static constexpr double LOG_STEP = 256.0 * 0.693147180559945309417;
 
-  static double log_of(double x) { return std::log(std::fabs(x)); }
-  static std::complex<double> log_of(std::complex<double> x) { return std::log(x); }
+  void rescale() {
+    const double size = std::fabs(re_) + std::fabs(im_);
+    if (size < STEP && size > 1.0 / STEP) return;
+    const bool large = size >= STEP;
+    const double by = large ? 1.0 / STEP : STEP;
+    re_ *= by;
+    im_ *= by;
+    powers_ += large ? 1.0 : -1.0;
+  }
+
+  double re_ = 1.0;
+  double im_ = 0.0;
+  double powers_ = 0.0;
+  double turns_ = 0.0;
+};
+
+// K(s) = -1/2 sum log(1 - 2 s (m_i - d)) by elimination in B = I - 2 s (A - d I), whose pivots are
+// near 1 for many rows: their sum of logarithms keeps its digits.
+class Elimination {
+ public:
+  // Q: n by k by rows, orthonormal columns; ring: 2 (k+1) words for each row of a chain step;
+  // gram: 2 k^2 words. stop: asked between blocks of rows; once it says yes K is not a number.
+  Elimination(const Chains& chains, const double* Q, std::size_t k, double d, double* ring,
+              double* gram, bool (*stop)())
+      : chains_(chains), Q_(Q), k_(k), d_(d), ring_(ring), gram_(gram), stop_(stop) {}
+
+  double operator()(double s) const { return -0.5 * log_determinant(s, ring_, gram_); }
+  // Above the real axis: A + z I, z = -(1/(2s) + d), has a positive imaginary part, and so have its
+  // pivots; times -2s, whose argument is below 0, none of them is negative: principal logarithms
+  // add up without a jump.
+  std::complex<double> operator()(std::complex<double> s) const {
+    return -0.5 * log_determinant(s, reinterpret_cast<std::complex<double>*>(ring_),
+                                  reinterpret_cast<std::complex<double>*>(gram_));
+  }
+
+ private:
   static double product(double a, double b) { return a * b; }
-  // Without the tests for infinity that the operator of std::complex makes.
+  // Without the tests for infinity that the operators of std::complex make.
   static std::complex<double> product(const std::complex<double>& a,
                                       const std::complex<double>& b) {
     return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
   }
+  static double reciprocal(double a) { return 1.0 / a; }
+  static std::complex<double> reciprocal(const std::complex<double>& a) {
+    const double scale = 1.0 / std::max(std::fabs(a.real()), std::fabs(a.imag()));
+    const double re = a.real() * scale;
+    const double im = a.imag() * scale;
+    const double by = scale / (re * re + im * im);
+    return {re * by, -im * by};
+  }
 
-  // log det(A + z I) + log det Q'(A + z I)^-1 Q. Row t of the ring holds the reciprocal pivot and
-  // the eliminated row of Q.
+  // log det B + log det Q'B^-1 Q. A row of the ring holds 2s over the pivot, and the eliminated row
+  // of Q.
   template <class T>
-  T log_determinant(T z, T* ring, T* gram) const {
-    T sum{};
+  T log_determinant(T s, T* ring, T* gram) const {
+    constexpr std::size_t block = 65536;
+    const T twice = 2.0 * s;
+    const T own = 1.0 + twice * d_;
+    LogProduct pivots;
     std::fill_n(gram, k_ * k_, T{});
-    for (std::size_t t = 0; t < chains_.n; ++t) {
-      T* const row = ring + static_cast<std::size_t>(chains_.slot[t]) * (k_ + 1);
-      T pivot = chains_.diagonal[t] + z;
-      const double* const q = Q_ + t * k_;
-      if (chains_.linked(t)) {
-        const T before = row[0];
-        pivot -= before;
-        for (std::size_t j = 0; j < k_; ++j) row[j + 1] = q[j] + product(before, row[j + 1]);
-      } else {
-        for (std::size_t j = 0; j < k_; ++j) row[j + 1] = q[j];
-      }
-      sum += log_of(pivot);
-      row[0] = 1.0 / pivot;
-      for (std::size_t i = 0; i < k_; ++i) {
-        const T scaled = product(row[i + 1], row[0]);
-        for (std::size_t j = 0; j <= i; ++j) gram[i * k_ + j] += product(scaled, row[j + 1]);
+    for (std::size_t from = 0; from < chains_.n; from += block) {
+      if (stop_ != nullptr && stop_()) return std::numeric_limits<double>::quiet_NaN();
+      for (std::size_t t = from; t < std::min(from + block, chains_.n); ++t) {
+        T* const row = ring + static_cast<std::size_t>(chains_.slot[t]) * (k_ + 1);
+        T pivot = own - twice * chains_.diagonal[t];
+        const double* const q = Q_ + t * k_;
+        if (chains_.linked(t)) {
+          const T before = row[0];
+          pivot -= product(before, twice);
+          for (std::size_t j = 0; j < k_; ++j) row[j + 1] = q[j] - product(before, row[j + 1]);
+        } else {
+          for (std::size_t j = 0; j < k_; ++j) row[j + 1] = q[j];
+        }
+        pivots.take(pivot);
+        const T inverse = reciprocal(pivot);
+        row[0] = product(twice, inverse);
+        for (std::size_t i = 0; i < k_; ++i) {
+          const T scaled = product(row[i + 1], inverse);
+          for (std::size_t j = 0; j <= i; ++j) gram[i * k_ + j] += product(scaled, row[j + 1]);
+        }
       }
     }
     // Pivots of the small matrix.
     for (std::size_t p = 0; p < k_; ++p) {
       const T pivot = gram[p * k_ + p];
-      sum += log_of(pivot);
+      pivots.take(pivot);
       for (std::size_t i = p + 1; i < k_; ++i) {
         const T factor = gram[i * k_ + p] / pivot;
         for (std::size_t j = p + 1; j <= i; ++j) {
@@ -112,7 +168,9 @@ class Elimination {
         }
       }
     }
-    return sum;
+    T log;
+    pivots.result(log);
+    return log;
   }
 
   Chains chains_;
@@ -121,6 +179,7 @@ class Elimination {
   double d_;
   double* ring_;
   double* gram_;
+  bool (*stop_)();
 };
 
 constexpr std::size_t NOT_NUMBERS = static_cast<std::size_t>(-1);
@@ -187,7 +246,7 @@ std::size_t durbin_watson_words(std::size_t n, std::size_t k, const DifferenceRo
 
 DurbinWatsonTails durbin_watson_tails(std::span<const double> X, std::size_t n, std::size_t k,
                                       std::size_t ld, double d, const DifferenceRows& rows,
-                                      std::span<double> work) {
+                                      std::span<double> work, bool (*stop)()) {
   if (n <= k || rows.order < 1 || rows.order >= n) return {.IFAULT = 2};
   double* const Q = work.data();
   double* const ring = Q + n * k;
@@ -210,9 +269,10 @@ DurbinWatsonTails durbin_watson_tails(std::span<const double> X, std::size_t n, 
   // The roots lie in 0..4.
   if (d <= 0.0) return {.positive = 0.0, .negative = 1.0};
   if (d >= 4.0) return {.positive = 1.0, .negative = 0.0};
-  const Elimination K(chains, Q, rank, d, ring, gram);
+  const Elimination K(chains, Q, rank, d, ring, gram, stop);
   const bool above = mean < 0.0;
   const ContourTail tail = contour_tail(K, -0.5 / d, 0.5 / (4.0 - d), 0.0, above);
+  if (stop != nullptr && stop()) return {.IFAULT = 4};
   const double other = 1.0 - tail.value;
   return {.positive = above ? other : tail.value,
           .negative = above ? tail.value : other,

@@ -23,7 +23,7 @@ struct DurbinWatsonTails {
                         // autocorrelation
   double negative = 1;  // P(d' > d)
   int IFAULT = 0;       // 1: the integration did not settle, 2: no degrees of freedom,
-                        // 3: a number that is none
+                        // 3: a number that is none, 4: stopped
 };
 
 // Words of work space.
@@ -31,9 +31,9 @@ std::size_t durbin_watson_words(std::size_t n, std::size_t k, const DifferenceRo
 
 // X: n rows, k columns (the constant included, if the model has one), element (i, j) at
 // X[j * ld + i]; dependent columns count once. k may be 0. work: durbin_watson_words(n, k, rows).
-// Time grows as n k^2; no matrix of size n by n is formed.
+// Time grows as n k^2; no matrix of size n by n is formed. stop: asked now and then, ends the work.
 DurbinWatsonTails durbin_watson_tails(std::span<const double> X, std::size_t n, std::size_t k,
                                       std::size_t ld, double d, const DifferenceRows& rows,
-                                      std::span<double> work);
+                                      std::span<double> work, bool (*stop)() = nullptr);
 
 }  // namespace korvel

@@ -51,7 +51,8 @@ void chain_errors(const DifferenceRows& rows, const AutoregressiveErrors& errors
       if (distance % rows.order != 0) continue;
       if (errors.missing == 0 && behind_gap(t) && !behind_gap(s)) break;
       last[t] = static_cast<double>(s);
-      phi[t] = std::pow(errors.rho, static_cast<double>(distance / rows.order));
+      const std::size_t steps = distance / rows.order;
+      phi[t] = std::pow(errors.rho, static_cast<double>(steps));
       break;
     }
   }

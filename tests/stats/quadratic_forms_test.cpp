@@ -122,8 +122,11 @@ TEST(QuadraticForms, DurbinWatsonEdges) {
             1e-15);  // below all roots
   EXPECT_EQ(durbin_watson({1, 2, NAN, 4, 5}, 5, 2).IFAULT, 3);
   // Many rows: no matrix of n by n, symmetric about 2.
-  const DurbinWatsonTails many = durbin_watson(std::vector<double>(5000, 1.0), 5000, 2.0);
-  EXPECT_NEAR(many.positive, 0.5, 1e-9);
+  const DurbinWatsonTails many = durbin_watson(std::vector<double>(50000, 1.0), 50000, 2.0);
+  EXPECT_NEAR(many.positive, 0.5, 1e-12);
+  EXPECT_EQ(many.IFAULT, 0);
+  std::vector<double> ones(9, 1.0), work(durbin_watson_words(9, 1));
+  EXPECT_EQ(durbin_watson_tails(ones, 9, 1, 9, 2.0, {}, work, [] { return true; }).IFAULT, 4);
 }
 
 }  // namespace

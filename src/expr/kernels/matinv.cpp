@@ -13,7 +13,8 @@ void MATINV(int IFAULT, std::string_view caller) {
     row.put<"(' IN ROW ', I5, '.')">(-IFAULT);
     const Line blank;
     Line cause;
-    cause.put<"('    THIS IS USUALLY CAUSED BY SINGULAR MATRIX.', A)">(caller);
+    cause.put<"('    THIS IS USUALLY CAUSED BY SINGULAR MATRIX.', A, A)">(
+        caller.starts_with(' ') ? "" : " ", caller);
     OUTLINE();
   } else {
     fail<"(' ...ERROR..MATRIX INVERSION FAILED IN ROW', I5)">(IFAULT);
