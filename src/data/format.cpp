@@ -203,4 +203,36 @@ RecordEnd read_values(const FormatView& format, std::span<double> values,
   }
 }
 
+std::size_t count_fields(const FormatView& format, const RecordSource& source) {
+  std::string_view record;
+  if (!source(record)) return 0;
+  FormatCursor walk(format.items, format.revert);
+  std::size_t column = 0, fields = 0, filled = 0;
+  int idle = 0;
+  while (true) {
+    const FormatItem& item = walk.step();
+    const auto w = static_cast<std::size_t>(list_width(item));
+    if (is_data(item.edit)) {
+      ++fields;
+      const std::string_view field =
+          column < record.size() ? record.substr(column, w) : std::string_view{};
+      if (field.find_first_not_of(" \t\r") != std::string_view::npos) filled = fields;
+      column += w;
+      idle = 0;
+      continue;
+    }
+    if (++idle > MAX_IDLE) return filled;
+    if (item.edit == Edit::X || item.edit == Edit::Literal) {
+      column += w;
+      continue;
+    }
+    if (item.edit == Edit::End) {
+      if (!format.revert_data) return filled;
+      walk.revert();
+    }
+    if (!source(record)) return filled;
+    column = 0;
+  }
+}
+
 }  // namespace korvel

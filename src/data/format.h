@@ -226,6 +226,9 @@ int widest_record(const FormatView& format, std::int64_t n, int limit);
 RecordEnd read_values(const FormatView& format, std::span<double> values,
                       const RecordSource& source, std::size_t& used);
 
+// Fields that one list would have that takes all records: up to the last one with text in it.
+std::size_t count_fields(const FormatView& format, const RecordSource& source);
+
 // A list under a fixed format of F, E, D, G and A descriptors, such as "(1X, 8G15.7)".
 template <FixedText FMT>
 RecordEnd compose_list(std::span<const double> values, char* line, int capacity,

@@ -257,6 +257,14 @@ void edit_logical(char* out, int w, bool value) {
 void edit_word(char* out, int w, double word) {
   std::array<char, 8> text;
   std::memcpy(text.data(), &word, text.size());
+  // A number is no text: its bytes would be control characters.
+  const auto control = [](char c) {
+    return (static_cast<unsigned char>(c) < ' ' && c != '\t') || c == '\x7f';
+  };
+  if (std::ranges::any_of(text, control)) {
+    std::memset(out, '*', static_cast<std::size_t>(w));
+    return;
+  }
   const int blanks = std::max(w - 8, 0);
   std::memset(out, ' ', static_cast<std::size_t>(blanks));
   std::memcpy(out + blanks, text.data(), static_cast<std::size_t>(w - blanks));

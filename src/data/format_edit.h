@@ -33,7 +33,8 @@ int integer_width(std::int64_t value);
 // sign. False when the field is no number.
 bool read_real_field(std::string_view field, int d, double& value);
 
-// Character data: one word holds 8 characters. A field of more than 8 columns shows its last 8.
+// Character data: one word holds 8 characters, left of which a wider field is blank; of a word that
+// is no text a field of asterisks is shown.
 void edit_word(char* out, int w, double word);
 double read_word_field(std::string_view field);
 

@@ -43,7 +43,7 @@ bool take_format(PrintJob& job, std::string_view name) {
   }
   const FormatFault fault = job.format.parse(text);
   if (fault == FormatFault::too_long) {
-    XXIT(-3);
+    end_unless_talking(-3);
     return false;
   }
   // E, D and G without a digit can be read but not written.
@@ -131,12 +131,19 @@ void mark_characters(PrintJob& job) {
 }
 
 // The listed variables; without a list all series, then all matrices.
-bool take_list(PrintJob& job) {
+bool take_list(PrintJob& job, bool write) {
   if (SCNCOM.NF > DATCOM.MAXVAR) {
     fail<"(' ...ERROR..MORE THAN', I3, ' VARIABLES SPECIFIED')">(DATCOM.MAXVAR);
     return false;
   }
   if (SCNCOM.NF > 0) {
+    const bool plain = std::ranges::all_of(SCNCOM.list(), [](const ListItem& item) {
+      return item.lag == 0 && item.order == 0 && !item.group;
+    });
+    if (!plain) {
+      fail<"(' ...ERROR..LAGS AND GROUPS ARE NOT ALLOWED IN ', A)">(write ? "WRITE" : "PRINT");
+      return false;
+    }
     job.items.reserve(static_cast<std::size_t>(SCNCOM.NF));
     return std::ranges::all_of(SCNCOM.list(),
                                [&](const ListItem& item) { return take_item(job, item.var); });
@@ -299,7 +306,7 @@ void print_command(Workspace ws, bool write) {
   Wanted wanted;
   if (!find_target(target, write)) return;
   job.to_file = !target.channel;
-  if (!choose_form(job, target) || !take_list(job)) return;
+  if (!choose_form(job, target) || !take_list(job, write)) return;
   if (job.items.empty()) {
     if (write) fail(" ...ERROR..NO DATA FOUND");  // an old file is not replaced by an empty one
     return;

@@ -144,12 +144,14 @@ bool count_rows(ReadJob& job, BlockScan& scan, bool bulk) {
   rows = read.groups + (read.partial > 0 || read.end == RowEnd::bad_count ? 1 : 0);
   if (by_variable) {
     const auto n = static_cast<std::int64_t>(job.items.size());
-    // Several variables have equal shares, each beginning in a new line.
+    // Several variables have equal shares, each beginning in a new line; under a format the end of
+    // one can't be told from its last record.
     rows = read.partial / n;
     plan.groups = n;
     plan.values = rows;
     LineCursor again = job.cursor;
-    if (read.partial % n != 0 || (n > 1 && read_rows(again, plan, nullptr).end != RowEnd::count)) {
+    const bool shares = read.partial % n == 0 && !job.formatted;
+    if (n > 1 && (!shares || read_rows(again, plan, nullptr).end != RowEnd::count)) {
       fail(" ...ERROR..NUMBER OF OBSERVATIONS NOT SPECIFIED ");
       return false;
     }

@@ -68,7 +68,7 @@ bool names_separator(std::string_view line, char& separator) {
   if (line.size() != 5 || upper(line[0]) != 'S' || upper(line[1]) != 'E' || upper(line[2]) != 'P') {
     return false;
   }
-  if (line[3] != '=' || SEPARATORS.find(line[4]) == SEPARATORS.npos) return false;
+  if (line[3] != '=' || SEPARATORS.find(line[4]) == std::string_view::npos) return false;
   separator = line[4];
   return true;
 }
@@ -77,7 +77,7 @@ bool names_separator(std::string_view line, char& separator) {
 bool decimal_with(std::string_view text, char mark) {
   const std::size_t at = text.find(mark);
   double value = 0;
-  return at != text.npos &&
+  return at != std::string_view::npos &&
          cell_number(text, mark == ',' ? Numbers::either : Numbers::point, value);
 }
 
@@ -148,7 +148,7 @@ bool looks_like_date(std::string_view text) {
 }
 
 bool holds_any(std::string_view text, std::string_view marks) {
-  return text.find_first_of(marks) != text.npos;
+  return text.find_first_of(marks) != std::string_view::npos;
 }
 
 }  // namespace
@@ -201,9 +201,10 @@ void study_cells(ReadJob& job) {
 }
 
 void cut_empty_rows(ReadJob& job) {
-  if (!job.plan.delimited || job.stream || job.cursor.feed != nullptr) return;
+  const bool cells = job.plan.delimited;
+  if (!(cells || job.formatted) || job.stream || job.cursor.feed != nullptr) return;
   std::string_view& text = job.cursor.text;
-  const char separator = job.plan.separator;
+  const char separator = cells ? job.plan.separator : ' ';
   const auto nothing = [&](char c) {
     return c == separator || c == ' ' || c == '\t' || c == '\r' || c == '\n';
   };
@@ -211,10 +212,10 @@ void cut_empty_rows(ReadJob& job) {
   while (end > job.cursor.at && nothing(text[end - 1])) --end;
   if (end == job.cursor.at) return;  // all of it: NO DATA FOUND says so
   end = text.find('\n', end);
-  if (end == text.npos) return;
+  if (end == std::string_view::npos) return;
   job.cut_off = text.size() - (end + 1);
   const std::string_view tail = text.substr(end + 1);
-  const bool rows = tail.find(separator) != tail.npos;
+  const bool rows = cells && tail.find(separator) != std::string_view::npos;
   text = text.substr(0, end + 1);
   if (rows && OCOM.OPUT) {
     say<"(' ...NOTE..FILE ', A, ': EMPTY ROWS AT THE END ARE LEFT OUT')">(job.shown);
@@ -247,6 +248,9 @@ std::string_view cell_advice(const ReadJob& job) {
     if (first && names && read.cells > read.cells_wanted) {
       return " ...NOTE..SKIPLINE=n PASSES OVER LINES IN FRONT OF THE NAMES; EVERY COLUMN NEEDS A "
              "NAME";
+    }
+    if (first && !names && !job.matrix && read.cells != read.cells_wanted) {
+      return " ...NOTE..LIST A VARIABLE FOR EACH COLUMN; SKIPCOLS=n PASSES OVER LEADING ONES";
     }
     if (read.cells > read.cells_wanted && job.plan.separator == ',') {
       return " ...NOTE..A CELL WITH A COMMA IN IT MUST STAND IN QUOTES";

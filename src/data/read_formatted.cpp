@@ -14,18 +14,22 @@ RowsRead read_formatted(LineCursor& cursor, const ReadJob& job, const RowPlan& p
   read.groups = from;
   std::vector<double> row;
   bool terminator = false;
-  // The next record. Only the first one of a group may end the block.
+  // The next record. Only the first one of a group may end the block, and any one when the group
+  // reaches to the end.
   bool first = true;
+  bool to_end = false;
   const auto next_record = [&](std::string_view& record) {
+    read.bad_text = {};
     while (cursor.next(record)) {
-      const LineKind kind = first ? line_kind(record, plan) : LineKind::data;
-      if (kind == LineKind::blank && plan.ends_at_command) continue;
+      const LineKind kind = first || to_end ? line_kind(record, plan) : LineKind::data;
+      if (kind == LineKind::blank && first && plan.ends_at_command) continue;
       if (kind == LineKind::command || kind == LineKind::end_word) {
         if (kind == LineKind::command) cursor.back();
         terminator = true;
         return false;
       }
       first = false;
+      read.bad_text = record;  // the place of a bad field
       return true;
     }
     return false;
@@ -33,6 +37,13 @@ RowsRead read_formatted(LineCursor& cursor, const ReadJob& job, const RowPlan& p
   for (std::int64_t g = from; plan.groups == UNKNOWN || g < plan.groups; ++g) {
     if (stop_requested()) {
       read.end = RowEnd::stopped;
+      return read;
+    }
+    if (plan.width(g) == UNKNOWN) {  // a series of unknown length: its values are counted
+      to_end = true;
+      const auto fields = static_cast<std::int64_t>(count_fields(job.format.view(), next_record));
+      read.partial = std::max<std::int64_t>(fields - plan.skip_columns, 0);
+      read.end = terminator ? RowEnd::terminator : RowEnd::end_of_text;
       return read;
     }
     row.assign(static_cast<std::size_t>(plan.width(g) + plan.skip_columns), 0.0);

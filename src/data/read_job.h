@@ -60,6 +60,8 @@ struct ReadJob {
   std::int64_t cols = 0, colb = 1;
   bool from_data = false;  // the data give the count
   RowTarget target;
+  // What the places of target.column held before, from the first on: put back after a fault.
+  std::vector<std::vector<double>> kept;
 
   // Text, line and values of the fault, or of the end.
   RowsRead read;
@@ -93,7 +95,7 @@ bool source_failed(const ReadJob& job);
 bool find_dialect(ReadJob& job);
 // What stands in the first rows, once the variables are known: decimal mark, empty last cells.
 void study_cells(ReadJob& job);
-// Rows of nothing but separators at the end of the text are no observations.
+// Rows of nothing but separators at the end of the text are no observations, nor are blank records.
 void cut_empty_rows(ReadJob& job);
 // The note on what was taken for what.
 void note_dialect(const ReadJob& job);
@@ -135,6 +137,8 @@ bool make_storage(ReadJob& job);
 // Observations that the variables of the job, all new, have room for; UNKNOWN when it can't be
 // told.
 std::int64_t room_for_rows(const ReadJob& job);
+// After a fault variables that were there before are as they were, in values and length.
+void put_back_old(ReadJob& job);
 // Takes new variables away again when nothing was read into them.
 void drop_new_variables(ReadJob& job);
 // Gives back the length beyond `rows` when the data were fewer than the storage made for them.

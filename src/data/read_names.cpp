@@ -97,6 +97,8 @@ bool read_names(ReadJob& job, std::string_view line) {
   if (words.size() >
       static_cast<std::size_t>(DATCOM.MAXVAR) + static_cast<std::size_t>(job.plan.skip_columns)) {
     fail<"(' ...ERROR..READ COMMAND ALLOWS ONLY', I4, ' VARIABLES')">(DATCOM.MAXVAR);
+    say<"(' ...NOTE..SIZE ', I0, ' AS THE FIRST COMMAND OF THE RUN MAKES ROOM')">(
+        words.size() + static_cast<std::size_t>(DATCOM.NVARS) + 100);
     return false;
   }
   // 1. Data in the place of names?

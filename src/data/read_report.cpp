@@ -11,10 +11,24 @@
 namespace korvel {
 namespace {
 
+// The beginning of a text of the data, fit for a message: control characters are blanks.
+std::string shown_text(std::string_view text, std::size_t most) {
+  std::string shown(text.substr(0, most));
+  std::ranges::replace_if(
+      shown, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, ' ');
+  return shown;
+}
+
 // The line that tells where a value could not be read and what stood there.
 void show_place(const ReadJob& job) {
   const std::int64_t line = job.first_line + job.read.line;
-  const std::string_view bad = std::string_view(job.read.bad_text).substr(0, NAMELEN);
+  if (job.formatted) {  // the record that holds the field
+    constexpr std::size_t SHOWN = 60;
+    const std::string record = shown_text(job.read.bad_text, SHOWN);
+    if (job.stream) return say<"(' ...NOTE..LINE ', I0, ': ', A)">(line, record);
+    return say<"(' ...NOTE..FILE ', A, ' LINE ', I0, ': ', A)">(job.shown, line, record);
+  }
+  const std::string bad = shown_text(job.read.bad_text, NAMELEN);
   if (job.stream) {
     say<"(' ...NOTE..LINE ', I0, ': ', A, ' IS NOT A NUMBER')">(line, bad);
   } else {
@@ -35,7 +49,7 @@ void report_cell(const ReadJob& job) {
   const std::string_view name =
       job.matrix ? job.items[0].key()
                  : std::string_view(job.items[static_cast<std::size_t>(job.read.bad_value)].name);
-  const std::string_view bad = std::string_view(job.read.bad_text).substr(0, NAMELEN);
+  const std::string bad = shown_text(job.read.bad_text, NAMELEN);
   fail<"(' ...ERROR..FILE ', A, ' LINE ', I0, ' COLUMN ', A, ': CELL ', A, ' IS NOT A NUMBER')">(
       file, line, name, bad);
   if (!advice.empty()) say(advice);
@@ -85,6 +99,7 @@ void note_missing(const ReadJob& job) {
 
 bool report_fault(ReadJob& job) {
   if (job.read.end == RowEnd::stopped) {
+    put_back_old(job);
     mark_failed();
     return false;
   }
@@ -103,13 +118,15 @@ bool report_fault(ReadJob& job) {
           job.plan.layout == Layout::ByVariable ? job.read.groups : job.read.bad_value;
       fail<"(' ...ERROR..READ ERROR IN VARIABLE', I4, 2X, A)">(
           k + 1, job.items[static_cast<std::size_t>(k)].name);
-      if (!job.formatted) show_place(job);
+      show_place(job);
     }
     if (job.read.groups == 0 && job.read.partial == 0) {
+      put_back_old(job);
       drop_new_variables(job);
       return false;
     }
     fill_rest(job, MACOM.XMISS);
+    put_back_old(job);
     if (job.from_data && job.plan.layout == Layout::ByObservation) {
       trim_storage(job, job.read.groups + (job.read.partial > 0 ? 1 : 0));
     }

@@ -132,6 +132,7 @@ Cell next_cell(std::string_view line, std::size_t& at, char separator, bool& mor
   const auto pad = [&](char c) {
     return c == ' ' || c == '\r' || (c == '\t' && separator != '\t');
   };
+  const auto white = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
   while (at < line.size() && pad(line[at])) ++at;
   Cell cell;
   std::size_t from = at;
@@ -145,7 +146,9 @@ Cell next_cell(std::string_view line, std::size_t& at, char separator, bool& mor
     cell.open = close >= line.size();
     cell.well_formed = !cell.open;
     close = std::min(close, line.size());
-    cell.text = trimmed(line.substr(from + 1, close - from - 1));
+    cell.text = line.substr(from + 1, close - from - 1);
+    while (!cell.text.empty() && white(cell.text.front())) cell.text.remove_prefix(1);
+    while (!cell.text.empty() && white(cell.text.back())) cell.text.remove_suffix(1);
     at = std::min(close + 1, line.size());
     while (at < line.size() && pad(line[at])) ++at;
     if (at < line.size() && line[at] != separator) cell.well_formed = false;
@@ -235,7 +238,7 @@ bool whole_number(std::string_view text, Numbers form, double& value) {
     case Numbers::point:
       return plain_number(text, value);
     case Numbers::dump:
-      return !text.empty() && text.size() < REWRITTEN && text.find(' ') == text.npos &&
+      return !text.empty() && text.size() < REWRITTEN && text.find(' ') == std::string_view::npos &&
              read_real_field(text, 0, value);
     case Numbers::comma:
       if (grouped_thousands(text, '.')) return false;

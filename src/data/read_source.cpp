@@ -155,8 +155,9 @@ void change_line_ends(ReadJob& job) {
   constexpr std::size_t LOOKED_AT = std::size_t{1} << 16;
   std::string_view& text = job.cursor.text;
   const std::string_view head = text.substr(0, LOOKED_AT);
-  if (head.find('\r') == head.npos || head.find('\n') != head.npos) return;
-  if (text.find('\n') != text.npos) return;
+  if (head.find('\r') == std::string_view::npos || head.find('\n') != std::string_view::npos)
+    return;
+  if (text.find('\n') != std::string_view::npos) return;
   job.converted = text;
   std::ranges::replace(job.converted, '\r', '\n');
   text = job.converted;

@@ -126,6 +126,20 @@ bool store_series(ReadJob& job, std::size_t k) {
   return true;
 }
 
+// Copies what the places to be filled hold of variables that were there before: at most `most`
+// elements of each column, from the first on.
+void keep_old(ReadJob& job, std::int64_t most) {
+  if (!job.kept.empty()) return;  // a longer second go: what there was has been copied
+  job.kept.resize(job.target.column.size());
+  for (std::size_t k = 0; k < job.kept.size(); ++k) {
+    const ReadItem& item = job.items[job.matrix ? 0 : k];
+    const bool whole = job.matrix || item.var > 2 * DATCOM.MAXVAR;
+    const std::int64_t old =
+        whole ? (item.old_length == 0 ? 0 : most) : std::min(most, item.old_length - job.beg + 1);
+    if (old > 0) job.kept[k].assign(job.target.column[k], job.target.column[k] + old);
+  }
+}
+
 bool store_matrix(ReadJob& job) {
   ReadItem& item = job.items[0];
   const bool packed = job.matrix_type == SYMMETRIC || job.matrix_type == TRIANGLE;
@@ -150,11 +164,13 @@ bool store_matrix(ReadJob& job) {
   job.target.column.clear();
   if (packed) {
     job.target.column.push_back(base);
+    keep_old(job, words);
     return true;
   }
   for (std::int64_t j = 0; j < job.plan.values; ++j) {
     job.target.column.push_back(base + (job.colb - 1 + j) * p.rows() + job.beg - 1);
   }
+  keep_old(job, job.count);
   return true;
 }
 
@@ -242,9 +258,27 @@ bool make_storage(ReadJob& job) {
   if (words > 0) return no_memory(job, words);
   job.target.column.assign(job.items.size(), nullptr);
   for (std::size_t k = 0; k < job.items.size(); ++k) {
-    if (!store_series(job, k)) return false;
+    if (!store_series(job, k)) {
+      put_back_old(job);
+      drop_new_variables(job);
+      return false;
+    }
   }
+  keep_old(job, job.count);
   return true;
+}
+
+void put_back_old(ReadJob& job) {
+  for (std::size_t k = 0; k < job.kept.size(); ++k) {
+    std::ranges::copy(job.kept[k], job.target.column[k]);
+  }
+  for (const ReadItem& item : job.items) {
+    const bool single = item.var > 0 && item.var <= 2 * DATCOM.MAXVAR;
+    if (!single || item.old_length <= 0 || job.matrix) continue;
+    const Place p = INFO(job.ws, item.var);
+    if (p.LEN <= item.old_length) continue;
+    NEWVAR(job.ws, item.name, {.ITYPE = p.ITYPE, .LEN = item.old_length, .N2 = p.N2});
+  }
 }
 
 void drop_new_variables(ReadJob& job) {

@@ -75,6 +75,8 @@ bool choose_words(ReadJob& job) {
     for (std::size_t k = 0; k < n; ++k) {
       if (given[by_variable ? skipped : skipped + k] != 0) job.words[k] = 1;
     }
+    // Rows with text may begin with a letter; END alone ends them.
+    if (std::ranges::find(given, 1) != given.end()) job.plan.ends_at_command = false;
   }
   const bool any = std::ranges::find(job.words, 1) != job.words.end();
   if (!any) return true;

@@ -54,7 +54,7 @@ bool find_format(ReadJob& job) {
   }
   const FormatFault fault = job.format.parse(text);
   if (fault == FormatFault::too_long) {
-    XXIT(-3);
+    end_unless_talking(-3);
     return false;
   }
   if (fault != FormatFault::none) {
@@ -185,7 +185,15 @@ void list_data(ReadJob& job) {
   SCNCOM.NOPS = 0;
   SCNCOM.file = false;
   SCNCOM.INPAR = 0;
+  // The observations that were read, whatever the sample is.
+  const int beg = DATCOM.IBEG, end = DATCOM.IEND;
+  if (!job.matrix && !job.container) {
+    DATCOM.IBEG = static_cast<int>(job.beg);
+    DATCOM.IEND = static_cast<int>(job.beg - 1 + job.count);
+  }
   PRINTX(job.ws);
+  DATCOM.IBEG = beg;
+  DATCOM.IEND = end;
 }
 
 // Adjacent commas are one separator in free form: said where they may have meant empty cells.
@@ -193,7 +201,7 @@ void warn_of_empty_cells(const ReadJob& job) {
   constexpr std::size_t LOOKED_AT = std::size_t{1} << 16;
   if (job.stream || job.plan.delimited || job.formatted) return;
   const std::string_view head = job.cursor.text.substr(job.cursor.at).substr(0, LOOKED_AT);
-  if (head.find(",,") == head.npos) return;
+  if (head.find(",,") == std::string_view::npos) return;
   warn<"(' ...WARNING..FILE ', A, ' HOLDS EMPTY CELLS (,,), WHICH ONLY FORMAT=COMMA READS')">(
       job.shown);
 }
@@ -263,7 +271,12 @@ void read_command(ReadJob& job) {
   job.cursor.progress = &progress;
   const bool read = read_data(job);
   job.cursor.progress = nullptr;
-  if (source_failed(job) || !read) return;
+  if (source_failed(job)) {  // nothing of it is certain
+    put_back_old(job);
+    drop_new_variables(job);
+    return;
+  }
+  if (!read) return;
   // 4. What came of it.
   if (!report_fault(job)) return;
   report_success(job);

@@ -81,7 +81,11 @@ Outcome sum_step(Run& run, const Step& s, double& result) {
     }
   }
   const double term = s.two ? run.ARG1 : *s.R;
-  if (run.SKIPMISS && term == run.XMISS) run.missing = true;
+  if (run.SKIPMISS && term == run.XMISS) {  // no part of the sum, which goes on behind it
+    run.missing = true;
+    result = run.XMISS;
+    return Outcome::good;
+  }
   state(run, s) = state(run, s) + term;
   return found(run, state(run, s), result);
 }
@@ -142,6 +146,7 @@ Outcome samp_step(Run& run, const Step& s, double& result) {
 Outcome recode_step(Run& run, const Step& s, double& result) {
   if (!s.two) {
     const double x = *s.R;
+    if (run.SKIPMISS && x == run.XMISS) run.missing = true;
     return found(run, whole32(x + 0.5), result);
   }
   const int place = (&s - 1)->right;

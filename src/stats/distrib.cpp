@@ -88,7 +88,7 @@ void store(Workspace ws, const Result& result, std::int64_t length, std::int64_t
 }
 
 // Results that this form of the command does not have are told, not silently left out.
-void warn_of_idle_options(const DistribJob& job) {
+void warn_of_idle_options(const DistribJob& job, bool single) {
   const bool inverse = DistOption::chosen<"INVERSE">();
   const bool density = has_density(job.law.type);
   const auto idle = [](std::string_view word) {
@@ -97,6 +97,7 @@ void warn_of_idle_options(const DistribJob& job) {
   if (!inverse && !DistOption::named<"CRITICAL">().text.empty()) idle("CRITICAL=");
   if (inverse && !DistOption::named<"CDF">().text.empty()) idle("CDF=");
   if (!density && !DistOption::named<"PDF">().text.empty()) idle("PDF=");
+  if (!single && DistOption::given<"X">()) idle("X=");
   if ((inverse || !density) && DistOption::chosen<"LLF">() && !DistOption::chosen<"MAX">())
     idle("LLF");
 }
@@ -124,7 +125,7 @@ void DISTR(Workspace ws) {
   }
   const bool inverse = DistOption::chosen<"INVERSE">();
   if (DistOption::chosen<"MAX">()) DistOption::set<"LLF">(true);
-  warn_of_idle_options(job);
+  warn_of_idle_options(job, single);
   if (inverse || !has_density(job.law.type)) DistOption::set<"LLF">(false);
   job.moments = law_moments(job.law);
   job.list = (DistOption::chosen<"LIST">() || DistOption::chosen<"MAX">()) && OCOM.OPUT;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "engine/files.h"
 #include "engine/input.h"
 #include "engine/output.h"
 #include "engine/units.h"
@@ -69,7 +70,10 @@ bool RowReader::read_stream() {
   std::string_view line;
   bool good = true;
   while (good) {
-    if (prompt) say(" TYPE DATA OR END OF FILE");
+    if (prompt) {
+      say(" TYPE DATA OR END OF FILE");
+      main_output().flush();
+    }
     if (!stream.line(line)) break;
     const std::string_view text = trimmed(line);
     if (!text.empty() && NAMCHK(text[0]) == 1) {
