@@ -263,8 +263,9 @@ std::string_view cell_advice(const ReadJob& job) {
     return " ...NOTE..THE NAMES OPTION TAKES VARIABLE NAMES FROM THE FIRST ROW";
   }
   const bool digits = holds_any(bad, "0123456789");
-  if (digits && (holds_any(bad, "%$") || bad.find("\xE2\x82\xAC") != bad.npos ||
-                 bad.find("\xC2\xA3") != bad.npos || bad.find("\xC2\xA5") != bad.npos)) {
+  if (digits && (holds_any(bad, "%$") || bad.find("\xE2\x82\xAC") != std::string_view::npos ||
+                 bad.find("\xC2\xA3") != std::string_view::npos ||
+                 bad.find("\xC2\xA5") != std::string_view::npos)) {
     return " ...NOTE..TAKE PER CENT AND CURRENCY SIGNS OUT OF THE NUMBERS";
   }
   if (grouped_thousands(bad, ',') || grouped_thousands(bad, '.') || grouped_thousands(bad, ' ') ||
@@ -280,7 +281,7 @@ std::string_view cell_advice(const ReadJob& job) {
                ? " ...NOTE..SKIPCOLS=1 PASSES OVER A FIRST COLUMN OF DATES; TIME GIVES THE CALENDAR"
                : " ...NOTE..SKIPCOLS=1 PASSES OVER THE FIRST COLUMN";
   }
-  if (digits && bad.find(',') != bad.npos) {
+  if (digits && bad.find(',') != std::string_view::npos) {
     return " ...NOTE..DECIMAL COMMAS ARE READ WHERE SEMICOLONS PART THE CELLS";
   }
   if (first && names && integer_option(READOPT.place("SKIPROWS")) == 0) {
