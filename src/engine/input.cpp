@@ -1,19 +1,13 @@
 // INPUT: physical lines to the next command.
 #include "engine/input.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "engine/bodies.h"
 #include "engine/commands.h"
-#include "engine/completion.h"
-#include "engine/files.h"
 #include "engine/host.h"
 #include "engine/options.h"
 #include "engine/output.h"
@@ -22,8 +16,6 @@
 #include "engine/set.h"
 #include "engine/syscmd.h"
 #include "engine/text_commands.h"
-#include "engine/units.h"
-#include "platform/line_editor.h"
 
 namespace korvel {
 namespace {
@@ -40,22 +32,6 @@ struct CommandBuffer {
   int length = 0;
 };
 constinit CommandBuffer BUFFER{};
-
-// A file on the stack, with the units that come back when it ends.
-struct InputFile {
-  const TextInput* source = nullptr;
-  dev_t device = 0;
-  ino_t inode = 0;
-  int L5 = 5, INDATA = 5;
-};
-struct Inputs {
-  std::vector<std::unique_ptr<TextInput>> stack;
-  std::vector<InputFile> files;
-};
-Inputs& inputs() {
-  static Inputs i;
-  return i;
-}
 
 // A command that was given back; its text is still in BUFFER.
 struct GivenBack {
@@ -77,57 +53,10 @@ bool take_given_back() {
   return true;
 }
 
-// Files that have been left: the units of the first of them are in force again.
-void forget_closed_inputs() {
-  auto& files = inputs().files;
-  const auto open = [](const InputFile& file) {
-    return std::ranges::any_of(inputs().stack,
-                               [&](const auto& s) { return s.get() == file.source; });
-  };
-  const auto closed = std::ranges::find_if_not(files, open);
-  if (closed == files.end()) return;
-  IOCOM.L5 = closed->L5;
-  IOCOM.INDATA = closed->INDATA;
-  files.erase(closed, files.end());
-}
-
 constexpr int MAXUNKNOWN = 5;
-constexpr int MAXSPVERR = 5;
-
-// "|_", or "| " where a command goes on.
-std::string_view command_prompt() { return BUFFER.length > 0 ? "| " : "|_"; }
-
-// The next physical line, or stored command of a running body. An input that has ended is left; a
-// loop goes back to its first line instead.
-bool read_physical(std::string_view& line) {
-  auto& stack = inputs().stack;
-  while (!stack.empty()) {
-    TextInput& source = *stack.back();
-    if (OSCOM.OTALK) {
-      if (source.terminal() && !source.shows_prompt()) main_output().raw(command_prompt());
-      main_output().flush();
-    }
-    if (!stop_requested() && source.line(line)) {
-      ++INPCOM.LINES;
-      return true;
-    }
-    if (stop_requested()) return false;
-    if (source.error() != 0) {
-      error_line<"(' ...ERROR..READ ERROR ON UNIT ', I0, ' IN LINE', I8)">(IOCOM.L5,
-                                                                           INPCOM.LINES + 1);
-      if (++INPCOM.SPVERR > MAXSPVERR) XXIT(0);
-    }
-    if (level_ended(workspace(), &source)) continue;
-    if (stack.size() == 1) return false;
-    stack.pop_back();
-    forget_closed_inputs();
-    if (on_host() && stack.size() == 1 && !OSCOM.OTALK) talk_again();
-  }
-  return false;
-}
 
 // Whether the line that was read last stands in a body: a whole command, whatever its length.
-bool in_body() { return !levels().empty() && levels().back().text == inputs().stack.back().get(); }
+bool in_body() { return !levels().empty() && levels().back().text == &command_stream(); }
 
 // The text of a character variable by its name, without trailing blanks; false when there is none.
 bool bracket_text(Workspace ws, std::string_view name, std::string_view& text) {
@@ -279,7 +208,7 @@ bool never_continued(std::string_view line) {
 
 // FILE KEYBOARD: the command as it was typed, a physical line after the other.
 void copy_pieces() {
-  if (!keyboard_copied() || inputs().stack.size() > 1) return;
+  if (!keyboard_copied() || behind_first_input()) return;
   const std::string shown = hide_pass_phrase(command_typed());
   for (int k = 0; k < BUFFER.pieces; ++k) {
     const auto from = static_cast<std::size_t>(
@@ -301,7 +230,7 @@ bool read_command(Workspace ws) {
   do {
     if (!read_physical(line)) return false;
   } while (line.find_first_not_of(" \t\r") == std::string_view::npos);
-  INPCOM.KLINE = static_cast<int>(inputs().stack.back()->line_number());
+  INPCOM.KLINE = static_cast<int>(command_stream().line_number());
   const bool single = never_continued(line) || in_body();
   bool room = append(ws, line);
   blank_tabs(0);
@@ -337,7 +266,7 @@ bool read_stored_line(BodyLine& out) {
   do {
     if (!read_physical(line)) return false;
   } while (line.find_first_not_of(" \t\r") == std::string_view::npos);
-  out.line = inputs().stack.back()->line_number();
+  out.line = command_stream().line_number();
   const bool single = never_continued(line);
   out.text = counted_part(line);
   while (!single && out.text.ends_with('&')) {
@@ -553,13 +482,13 @@ void INPUT(Workspace ws) {
   if (is_text_command(INPCOM.IKOD) && !OCOM.ONOTIF) store_text_command(ws);
 }
 
-bool behind_first_input() { return inputs().stack.size() > 1; }
-
 bool is_replayed() { return in_body(); }
 
 bool is_echoed() { return echoes(); }
 
-bool at_keyboard() { return OSCOM.OTALK && inputs().stack.front()->terminal(); }
+std::string_view command_prompt() { return BUFFER.length > 0 ? "| " : "|_"; }
+
+void forget_given_back() { GIVENBACK.waits = false; }
 
 std::string_view command_text() {
   return {BUFFER.COMBUF.data(), static_cast<std::size_t>(BUFFER.length)};
@@ -572,96 +501,5 @@ std::string_view command_typed() {
 std::string_view command_tail() {
   return command_text().substr(static_cast<std::size_t>(SCNCOM.ISTART));
 }
-
-std::unique_ptr<TextInput> keyboard_input() {
-  LineEditor editor;
-  editor.prompt = [] { return std::string(command_prompt()); };
-  editor.complete = [](std::string_view line, std::size_t cursor) {
-    // Behind "&" the line belongs to the command above it.
-    const std::string whole = std::string(command_typed()) + std::string(line);
-    const std::size_t before = whole.size() - line.size();
-    Candidates found = complete_command(workspace(), whole, before + cursor);
-    found.from = found.from < before ? cursor : found.from - before;
-    return LineEditor::Completion{found.from, std::move(found.words)};
-  };
-  editor.keep = [](std::string_view line) {
-    return !holds_pass_phrase(std::string(command_typed()) + std::string(line));
-  };
-  if (!RUNCOM.settings.safe) editor.history = home_name("~/.korvel_history");
-  auto source = edited_text(std::move(editor));
-  return source != nullptr ? std::move(source) : standard_text();
-}
-
-void open_command_input(std::unique_ptr<TextInput> source) {
-  inputs().stack.push_back(std::move(source));
-}
-
-bool push_command_input(std::string_view typed, int unit) {
-  const std::string path = resolve_read_name(unit > 0 ? unit_path(unit) : std::string(typed));
-  struct stat st {};
-  if (stat(path.c_str(), &st) == 0 && is_command_input(st.st_dev, st.st_ino)) {
-    fail<"(' ...ERROR..FILE IS ALREADY BEING READ:', A)">(path);
-    return false;
-  }
-  errno = 0;
-  auto source = open_text(path);
-  if (source == nullptr) {
-    const int cause = errno;
-    if (cause == ENOENT) {
-      error_line<"(' ...WARNING..FILE DOES NOT EXIST:', A)">(typed.empty() ? std::string_view(path)
-                                                                           : typed);
-      mark_failed();
-    } else {
-      fail<"(' ...ERROR..OPEN ERROR ON UNIT', I0, ' ERROR=', I0, ' FILE=', A)">(
-          unit > 0 ? unit : NAMED_UNIT, cause, path);
-    }
-    return false;
-  }
-  const bool follows = IOCOM.INDATA == IOCOM.L5;
-  inputs().files.push_back({source.get(), st.st_dev, st.st_ino, IOCOM.L5, IOCOM.INDATA});
-  if (unit > 0) IOCOM.L5 = unit;
-  if (follows) IOCOM.INDATA = IOCOM.L5;
-  inputs().stack.push_back(std::move(source));
-  return true;
-}
-
-void return_to_first_input(Workspace ws) {
-  drop_levels(ws);
-  if (inputs().stack.size() > 1) inputs().stack.resize(1);
-  forget_closed_inputs();
-}
-
-void return_to_main_input() {
-  if (inputs().files.empty()) return;
-  const TextInput* first = inputs().files.front().source;
-  drop_levels(workspace());  // a level may hold inputs above the file
-  close_command_inputs_from(first);
-}
-
-bool is_command_input(dev_t device, ino_t inode) {
-  return std::ranges::any_of(inputs().files, [&](const InputFile& file) {
-    return file.device == device && file.inode == inode;
-  });
-}
-
-void close_command_inputs() {
-  GIVENBACK.waits = false;
-  inputs().stack.clear();
-  inputs().files.clear();
-}
-
-void close_command_inputs_from(const TextInput* source) {
-  auto& stack = inputs().stack;
-  const auto at = std::ranges::find_if(stack, [&](const auto& s) { return s.get() == source; });
-  stack.erase(at, stack.end());
-  forget_closed_inputs();
-}
-
-std::string running_file() {
-  const auto& stack = inputs().stack;
-  return stack.size() > 1 ? stack.back()->name() : std::string();
-}
-
-TextInput& command_stream() { return *inputs().stack.back(); }
 
 }  // namespace korvel

@@ -27,9 +27,17 @@ std::string_view command_typed();
 // What stands behind the command word.
 std::string_view command_tail();
 
+// What stands in front of a typed line: "|_", or "| " where a command goes on.
+std::string_view command_prompt();
+// The command that was given back isn't wanted any more.
+void forget_given_back();
+
 // Inputs: the one named at start, then those that FILE INPUT pushes; an ended one is left.
 void open_command_input(std::unique_ptr<TextInput> source);
 void close_command_inputs();
+// The next physical line, or stored command of a running body. An input that has ended is left; a
+// loop goes back to its first line instead. False at the end of the first input.
+bool read_physical(std::string_view& line);
 // FILE INPUT and SET INUNIT: commands come from a file until it ends; L5 and INDATA are then as
 // before. False after a reported failure, the input unchanged. `unit` is 0 for FILE INPUT.
 bool push_command_input(std::string_view typed, int unit);
