@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "engine/output.h"
 #include "expr/genr.h"
 #include "expr/operators.h"
 
@@ -47,6 +48,11 @@ class StatementScanner {
 
  private:
   enum class Head { None, Assignment, Failed };
+  static constexpr int NO_OPERAND = 0;  // of what found no place, after a reported failure
+
+  static bool is_digit(char c) { return c >= '0' && c <= '9'; }
+  static bool is_letter(char c) { return NAMCHK(c) == 1; }
+  static bool is_name_character(char c) { return NAMCHK(c) >= 0 || c == '_'; }
 
   char look(int p) const { return p < length() ? job_.text[static_cast<std::size_t>(p)] : '\0'; }
   int length() const { return static_cast<int>(job_.text.size()); }
