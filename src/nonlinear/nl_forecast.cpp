@@ -1,4 +1,4 @@
-// Fitted values of the last NLINEAR run outside its sample: the first equation is kept as text and
+// Fitted values of the last NLINEAR run outside its sample: the equations are kept as text and
 // compiled again.
 
 #include <algorithm>
@@ -6,20 +6,26 @@
 #include "data/data.h"
 #include "engine/commands.h"
 #include "engine/output.h"
+#include "expr/kernels/packed.h"
 #include "nonlinear/nl_parts.h"
 #include "regress/tests.h"
 
 namespace korvel {
 namespace {
 
-// The equation of the last run.
+// The equations of the last run.
 struct KeptEquation {
   std::string text;
-  std::vector<std::string> names;  // its coefficients, in the order of SAVED
-  int p = 0;                       // autoregressive order
-  bool own = true;                 // ... of its own residuals alone
+  int dependent = 0;    // variable number of its left side, 0 none
+  double sigma2 = 0.0;  // variance of its residuals, 0: that of the estimate
 };
-KeptEquation KEPT;
+struct KeptModel {
+  std::vector<KeptEquation> equations;
+  std::vector<std::string> names;  // their coefficients, in the order of SAVED
+  int p = 0;                       // autoregressive order
+  bool own = true;                 // ... of an equation's own residuals alone
+};
+KeptModel KEPT;
 bool READY = false;
 
 // The first row wanted of variable `var`; null after an error.
@@ -60,16 +66,36 @@ bool load_columns(Workspace ws, NlEquation& eq, int first, int end) {
 }  // namespace
 
 void keep_for_forecasts(const NlModel& m) {
-  KEPT.text = m.texts[0];
+  KEPT.equations.resize(m.eq.size());
+  for (std::size_t j = 0; j < m.eq.size(); ++j) {
+    const int dependent = m.eq[j].dependent;
+    const int order = static_cast<int>(j) + 1;
+    KEPT.equations[j] = {
+        .text = m.texts[j],
+        .dependent = dependent >= 0 ? m.list[static_cast<std::size_t>(dependent)].var : 0,
+        .sigma2 = m.neq > 1 ? m.S[packed(order, order)] : 0.0};
+  }
   KEPT.names.assign(m.names.begin(), m.names.begin() + m.NCOEF);
   KEPT.p = m.p;
   KEPT.own = m.neq == 1 || !NLCOM.ACROSS;
-  READY = true;
+  READY = m.residuals();
 }
+
+bool nonlinear_fits_data() { return READY; }
 
 int nonlinear_coefficients() { return static_cast<int>(KEPT.names.size()); }
 
-bool nonlinear_forecast(Workspace ws, int beg, int end, std::span<const double> coef,
+int nonlinear_equation(int var) {
+  if (KEPT.equations.size() == 1) return 0;
+  const auto found = std::ranges::find(KEPT.equations, var, &KeptEquation::dependent);
+  return found == KEPT.equations.end() ? -1 : static_cast<int>(found - KEPT.equations.begin());
+}
+
+double nonlinear_variance(int equation) {
+  return KEPT.equations[static_cast<std::size_t>(equation)].sigma2;
+}
+
+bool nonlinear_forecast(Workspace ws, int equation, int beg, int end, std::span<const double> coef,
                         std::span<double> yhat) {
   const Trace trace("NLIN1");
   if (!READY || SAVED.IKOD != K_NLINEAR || coef.size() < KEPT.names.size()) {
@@ -83,7 +109,9 @@ bool nonlinear_forecast(Workspace ws, int beg, int end, std::span<const double> 
   // 1. The formula, at the coefficients.
   static NlEquation eq;
   const int limit = static_cast<int>(KEPT.names.size());
-  if (!compile_equation(ws, KEPT.text, limit, false, KEPT.names, eq)) return false;
+  if (!compile_equation(ws, KEPT.equations[static_cast<std::size_t>(equation)].text, limit, false,
+                        KEPT.names, eq))
+    return false;
   std::copy_n(coef.begin(), limit, eq.operands.begin());
   // 2. Its values.
   if (!load_columns(ws, eq, beg, end)) return false;

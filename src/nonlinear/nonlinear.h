@@ -62,11 +62,15 @@ void NLHET(Workspace ws);  // HETERO
 // Maximum entropy: the list is a dependent variable and its regressors.
 void GME(Workspace ws);
 
-// Fitted values of the last NLINEAR run for observations beg..end: left side minus residual of its
-// first equation (the value of the formula), from the formula kept with the estimate, at the
-// coefficients `coef`. False after an error (reported), also when there was no such run.
-bool nonlinear_forecast(Workspace ws, int beg, int end, std::span<const double> coef,
+// Fitted values of the last NLINEAR run for observations beg..end: left side minus residual of
+// equation number `equation` from 0 (the value of the formula), from the formula kept with the
+// estimate, at the coefficients `coef`. False after an error (reported), also when there was no
+// such run.
+bool nonlinear_forecast(Workspace ws, int equation, int beg, int end, std::span<const double> coef,
                         std::span<double> yhat);
+bool nonlinear_fits_data();  // that run had residuals; a density or a function has no fitted values
+int nonlinear_equation(int var);  // the one with that left side, -1 none; a lone one fits all
+double nonlinear_variance(int equation);  // of its residuals, 0: that of the estimate
 int nonlinear_coefficients();  // of the equations of that run, in front of those of their errors
 
 }  // namespace korvel

@@ -62,23 +62,33 @@ bool check_numbers(int N, int K) {
                   1, any);
 }
 
+// A test that NO in front of its word leaves out of MAX and of those made without options.
+template <FixedText WORD>
+bool refused() {
+  return FcastOption::given<WORD>() && !FcastOption::chosen<WORD>();
+}
+template <FixedText WORD>
+bool wanted(bool MAX) {
+  return FcastOption::chosen<WORD>() || (MAX && !refused<WORD>());
+}
+
 DiagnosPlan make_plan() {
   DiagnosPlan plan;
   const bool MAX = FcastOption::chosen<"MAX">();
   plan.plots = FcastOption::chosen<"GNU">() || FcastOption::chosen<"GRAPHICS">();
-  plan.WHITETES = FcastOption::chosen<"WHITETES">() || MAX;
-  plan.HANSEN = FcastOption::chosen<"HANSEN">() || MAX;
-  plan.HETEROSC = FcastOption::chosen<"HETEROSC">() || plan.WHITETES;
+  plan.WHITETES = wanted<"WHITETES">(MAX && !refused<"HETEROSC">());
+  plan.HANSEN = wanted<"HANSEN">(MAX);
+  plan.HETEROSC = wanted<"HETEROSC">(MAX) || plan.WHITETES;
   plan.normality = FcastOption::chosen<"GF">() || FcastOption::chosen<"LM">() || plan.HETEROSC;
   plan.CTEST = FcastOption::chosen<"CTEST">();
   plan.bootstrap = FcastOption::chosen<"BOOTLIST">() || FcastOption::given<"BOOTSAMP">() ||
                    FcastOption::given<"BOOTUNIT">();
-  plan.JACKKNIF = FcastOption::chosen<"JACKKNIF">() || MAX;
+  plan.JACKKNIF = wanted<"JACKKNIF">(MAX);
   plan.estimates = FcastOption::chosen<"RECESTIM">();
   plan.residuals = FcastOption::chosen<"RECRESID">();
   const bool listing = plan.estimates || plan.residuals;
-  plan.recursive = listing || plan.plots || FcastOption::chosen<"RECURSIV">() ||
-                   FcastOption::chosen<"BACKWARD">() || MAX || FcastOption::given<"RECUNIT">() ||
+  plan.recursive = listing || plan.plots || wanted<"RECURSIV">(MAX) ||
+                   FcastOption::chosen<"BACKWARD">() || FcastOption::given<"RECUNIT">() ||
                    FcastOption::given<"MHET">() || FcastOption::given<"SIGLEVEL">();
   // RECURSIV alone lists both; one of the listings by name, or NORECEST and NORECRES, choose.
   if (plan.recursive && !listing) {
@@ -86,14 +96,17 @@ DiagnosPlan make_plan() {
     plan.residuals = !FcastOption::given<"RECRESID">();
   }
   plan.CHOWONE = FcastOption::given<"CHOWONE">();
-  plan.CHOWTEST =
-      FcastOption::chosen<"CHOWTEST">() || MAX || (FcastOption::given<"GQOBS">() && !plan.CHOWONE);
-  plan.ACF = FcastOption::chosen<"ACF">() || FcastOption::given<"LAG">() || MAX;
-  plan.RESET = FcastOption::chosen<"RESET">() || MAX;
+  plan.CHOWTEST = wanted<"CHOWTEST">(MAX) || (FcastOption::given<"GQOBS">() && !plan.CHOWONE);
+  plan.ACF = wanted<"ACF">(MAX) || FcastOption::given<"LAG">();
+  plan.RESET = wanted<"RESET">(MAX);
   const bool nothing = !plan.HANSEN && !plan.normality && !plan.CTEST && !plan.bootstrap &&
                        !plan.JACKKNIF && !plan.recursive && !plan.CHOWONE && !plan.CHOWTEST &&
                        !plan.ACF && !plan.RESET;
-  if (nothing) plan.normality = plan.HETEROSC = plan.ACF = plan.RESET = true;
+  if (nothing) {
+    plan.normality = plan.HETEROSC = wanted<"HETEROSC">(true);
+    plan.ACF = wanted<"ACF">(true);
+    plan.RESET = wanted<"RESET">(true);
+  }
   return plan;
 }
 

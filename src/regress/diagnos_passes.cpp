@@ -53,14 +53,17 @@ bool run_pass(Workspace ws, const DiagnosWork& d, const DiagnosPlan& plan, Resid
     if (t < K) continue;
     res.w[j] = step.residual();
     res.obs[j] = obs;
-    if (estimates || file) {
+    const bool determined = pass.full() > 0;
+    if (!determined) {
+      std::ranges::fill(b, MACOM.XMISS);
+    } else if (estimates || file) {
       pass.coefficients(change);
       for (int i = 0; i < K; ++i) {
         const auto place = static_cast<std::size_t>(i);
         b[place] = d.coef[place] + change[static_cast<std::size_t>(d.column_of(i))];
       }
     }
-    if (estimates) print_coefficient_row(obs, b);
+    if (estimates && determined) print_coefficient_row(obs, b);
     const double unit = res.unit;
     if (dump) {
       say<"(1X, I7, 4G13.5)">(obs, step.error * unit, step.variance, res.w[j] * unit,

@@ -33,8 +33,8 @@ class MovedCoefficient {
 };
 
 // Values of the formula at the kept rows. all: one word an observation of MBEG..MEND.
-bool formula_values(Workspace ws, std::span<double> all, std::span<double> to) {
-  if (!nonlinear_forecast(ws, DATCOM.MBEG, DATCOM.MEND, COEF, all)) return false;
+bool formula_values(Workspace ws, int equation, std::span<double> all, std::span<double> to) {
+  if (!nonlinear_forecast(ws, equation, DATCOM.MBEG, DATCOM.MEND, COEF, all)) return false;
   KeptRows kept(ws);
   while (kept.next()) {
     to[static_cast<std::size_t>(kept.row)] = all[static_cast<std::size_t>(kept.obs - DATCOM.MBEG)];
@@ -44,10 +44,10 @@ bool formula_values(Workspace ws, std::span<double> all, std::span<double> to) {
 
 }  // namespace
 
-bool formula_rows(Workspace ws, std::span<const double> coef, std::span<double> all,
+bool formula_rows(Workspace ws, const ForecastModel& model, std::span<double> all,
                   std::span<double> value, std::span<double> slopes) {
-  COEF.assign(coef.begin(), coef.end());
-  if (!formula_values(ws, all, value)) return false;
+  COEF.assign(model.coef.begin(), model.coef.end());
+  if (!formula_values(ws, model.equation, all, value)) return false;
   const std::size_t n = value.size();
   for (std::size_t k = 0; k < slopes.size() / n; ++k) {
     if (stop_requested()) return false;
@@ -55,10 +55,10 @@ bool formula_rows(Workspace ws, std::span<const double> coef, std::span<double> 
     MovedCoefficient b(k);
     const double h = STEP * b.size();
     b.by(-h);
-    if (!formula_values(ws, all, slope)) return false;
+    if (!formula_values(ws, model.equation, all, slope)) return false;
     for (double& v : slope) v = -v;
     b.by(h);
-    if (!nonlinear_forecast(ws, DATCOM.MBEG, DATCOM.MEND, COEF, all)) return false;
+    if (!nonlinear_forecast(ws, model.equation, DATCOM.MBEG, DATCOM.MEND, COEF, all)) return false;
     KeptRows kept(ws);
     while (kept.next()) {
       double& v = slope[static_cast<std::size_t>(kept.row)];

@@ -121,6 +121,11 @@ Part whole_estimate() {
   return part;
 }
 
+bool no_equation(Workspace ws, int var) {
+  fail<"(' ...ERROR..', A, ' IS NOT THE DEPENDENT VARIABLE OF AN EQUATION')">(NAME(ws, var));
+  return false;
+}
+
 // The equation of a system whose dependent variable is `var`, 0 the last one. False after an error.
 bool find_equation(Workspace ws, int var, Part& part, ListItem& dependent) {
   const SavedEquation* found = nullptr;
@@ -128,10 +133,7 @@ bool find_equation(Workspace ws, int var, Part& part, ListItem& dependent) {
     if (var == 0 || eq.dependent.var == var) found = &eq;
     if (found != nullptr && var != 0) break;
   }
-  if (found == nullptr) {
-    fail<"(' ...ERROR..', A, ' IS NOT THE DEPENDENT VARIABLE OF AN EQUATION')">(NAME(ws, var));
-    return false;
-  }
+  if (found == nullptr) return no_equation(ws, var);
   part = {found->first, found->K, found->sigma2 > 0.0 ? found->sigma2 : SAVED.sigma2, found->rho};
   dependent = found->dependent;
   return true;
@@ -162,10 +164,16 @@ bool settle_list(Workspace ws, ForecastModel& model, bool with_coef) {
   if (SCNCOM.NF == 0 || named_only || model.kind == ForecastKind::Nlinear) {
     if (SCNCOM.NF >= 1) dependent = SCNCOM.list()[0];
     LIST.clear();
-    if (model.kind != ForecastKind::Nlinear)
-      LIST.assign(stored_list().begin(), stored_list().end());
     model.dependent = dependent;
     is_stored();
+    if (model.kind == ForecastKind::Nlinear) {
+      if (SCNCOM.NF >= 1) model.equation = nonlinear_equation(dependent.var);
+      if (model.equation < 0) return no_equation(ws, dependent.var);
+      const double sigma2 = nonlinear_variance(model.equation);
+      if (sigma2 > 0.0) model.sigma2 = sigma2;
+    } else {
+      LIST.assign(stored_list().begin(), stored_list().end());
+    }
   } else {
     if (!take_list(ws, model)) return false;
     const bool same = there && SAVED.equations.empty() &&
@@ -231,12 +239,14 @@ bool settle_coefficients(Workspace ws, ForecastModel& model) {
   return true;
 }
 
-// RHO of NLINEAR: of the coefficients behind those of the equations the ones of the first equation.
-void formula_errors(std::span<const double> coef) {
+// RHO of NLINEAR: of the coefficients behind those of the equations the ones of the equation, or
+// those that all equations share.
+void formula_errors(const ForecastModel& model) {
   if (RHO.empty()) return;
   const auto first = static_cast<std::size_t>(nonlinear_coefficients());
-  const std::size_t apart = (coef.size() - first) / RHO.size();
-  for (std::size_t i = 0; i < RHO.size(); ++i) RHO[i] = coef[first + i * apart];
+  const std::size_t apart = (model.coef.size() - first) / RHO.size();
+  const std::size_t own = apart > 1 ? static_cast<std::size_t>(model.equation) : 0;
+  for (std::size_t i = 0; i < RHO.size(); ++i) RHO[i] = model.coef[first + i * apart + own];
 }
 
 // Autocorrelated errors: AUTO has them, BLUP gives them to other models. False after an error.
@@ -258,10 +268,14 @@ bool settle_errors(ForecastModel& model) {
   if (own && !model.estimated_rho) {
     RHO = SAVED.rho;
     THETA = SAVED.theta;
-    if (formula) formula_errors(model.coef);
+    if (formula) formula_errors(model);
   } else if (is_auto && !own) {
     RHO = {FCOM.RHO};
     if (FCOM.RHO2 != 0.0) RHO.push_back(FCOM.RHO2);
+    if (FCOM.RHO == 0.0 && FCOM.RHO2 == 0.0 && !FcastOption::given<"RHO">() &&
+        !FcastOption::given<"SRHO">()) {
+      warn(" ...WARNING..MODEL=AUTO WITHOUT RHO=, IT IS TAKEN AS 0");
+    }
   }
   if (FcastOption::given<"RHO">()) {
     if (RHO.empty()) RHO.push_back(0.0);
@@ -375,7 +389,7 @@ bool settle_model(Workspace ws, ForecastModel& model) {
   const bool own = there && kind_of(SAVED.IKOD) == model.kind;
   const bool needs_estimate = formula || model.kind == ForecastKind::Mle;
   if ((there && SCNCOM.NF == 0 && SAVED.made_columns) || (needs_estimate && !own) ||
-      (own && SAVED.variance_in_mean)) {
+      (own && SAVED.variance_in_mean) || (formula && !nonlinear_fits_data())) {
     fail(" ...ERROR..FORECASTS ARE NOT AVAILABLE FOR THIS MODEL");
     return false;
   }

@@ -46,6 +46,7 @@ struct ForecastModel {
   bool estimated_rho = false;          // an equation of instruments or a system with AUTO
   int cov_first = -1;                  // place (from 0) of coef[0] in SAVED.cov, -1: no covariance
   double sigma2 = 0.0;                 // error variance, 0 not known
+  int equation = 0;                    // Nlinear: number of the equation, from 0
   double lambda = 0.0;                 // Box
   double limit = 0.0, side = 1.0;      // Tobit: side -1 for a limit from above
   double low = 0.0, share = 1.0;       // Probit, Logit: P = low + share F(z)
@@ -127,10 +128,10 @@ void predict_family(const ForecastModel& model, ForecastRows& rows, std::span<co
 
 // ---- fcast_formula.cpp
 
-// Values of the formula of NLINEAR at the coefficients and the kept rows of MBEG..MEND and, unless
-// slopes is empty, their derivatives by the first coefficients, a column each. all: one word an
-// observation. False after an error.
-bool formula_rows(Workspace ws, std::span<const double> coef, std::span<double> all,
+// Values of that equation of NLINEAR at the coefficients and the kept rows of MBEG..MEND and,
+// unless slopes is empty, their derivatives by the first coefficients, a column each. all: one word
+// an observation. False after an error.
+bool formula_rows(Workspace ws, const ForecastModel& model, std::span<double> all,
                   std::span<double> value, std::span<double> slopes);
 
 // ---- fcast_stats.cpp, fcast_list.cpp, fcast_plot.cpp

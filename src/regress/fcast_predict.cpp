@@ -153,7 +153,7 @@ bool load_forecast(Workspace ws, Scratch& scratch, const ForecastModel& model,
   if (model.kind == ForecastKind::Nlinear) {
     const auto K = static_cast<std::size_t>(plan.columns);
     const std::span<double> value = made.first(rows.n), slopes = made.subspan(rows.n, rows.n * K);
-    if (!formula_rows(ws, model.coef, made.subspan(rows.n * (1 + K)), value, slopes)) return false;
+    if (!formula_rows(ws, model, made.subspan(rows.n * (1 + K)), value, slopes)) return false;
     for (std::size_t k = 0; k < K; ++k) COLUMN[k] = slopes.data() + k * rows.n;
     plan.kernel.shift = value;
   }

@@ -168,11 +168,13 @@ class Walk {
   // Derivatives of row r; `known`: its error is that of the data; share: as above, 1 no gap.
   void derive(std::size_t r, bool known, bool fitted, double share, const Link::Value& value_at) {
     const std::span<double> Dr = of(D, r), Er = of(E, r), Ur = of(U, r);
-    for (std::size_t k = 0; k < K; ++k) g[k] = value(k, r);
+    for (std::size_t k = 0; k < K; ++k) {
+      const std::size_t from = forecast_row(k, r);
+      g[k] = from == n ? value(k, r) : forecasts[from];
+    }
     for (std::size_t i = 0; i < K; ++i) {
       const std::size_t from = forecast_row(i, r);
       if (from == n) continue;
-      g[i] = forecasts[from];
       const std::span<const double> before = of(D, from);
       for (std::size_t k = 0; k < K; ++k) d[k] = m.b[i] * before[k];
       for (std::size_t k = 0; k < K; ++k) g[k] += d[k];

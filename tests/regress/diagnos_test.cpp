@@ -256,8 +256,9 @@ TEST(Diagnos, ResamplingAgainstFitsMadeAnew) {
 // raise the rank late have no residual, and the sums of squares stay those of the fits.
 TEST(Diagnos, LateRank) {
   const Listing out = run_commands(start("textile") +
-                                   "GENR D=DUM(T-1930)\n?OLS C I D\nDIAGNOS / RECRESID\n"
+                                   "GENR D=DUM(T-1930)\n?OLS C I D\nDIAGNOS / RECURSIV NORESET\n"
                                    "?OLS C I\nDIAGNOS / CHOWTEST\n");
+  EXPECT_TRUE(holds(out, " RECURSIVE COEFFICIENT ESTIMATES\n       9 ")) << out.text;
   EXPECT_TRUE(holds(out, " ...WARNING..RESULTS MAY BE UNRELIABLE\n")) << out.text;
   EXPECT_TRUE(holds(out, "\n     9   0.0000    ")) << out.text;
   EXPECT_EQ(out.text.find("UNRELIABLE"), out.text.rfind("UNRELIABLE"));

@@ -66,7 +66,7 @@ TEST(Fcast, AgainstR) {
       EXPECT_NEAR(shown, truth, std::fabs(unit)) << which << part[0];
     }
   }
-  EXPECT_EQ(cases, 14);
+  EXPECT_EQ(cases, 15);
 }
 
 // Inside the sample a forecast is the fitted value of the estimator itself.
@@ -185,6 +185,18 @@ TEST(Fcast, StandardErrorsOfFormulas) {
   run_commands(start() +
                "OLS C I P / DN\nFC / FCSE=S\nNL 1 / NCOEF=3\nEQ C=A+B*I+G*P\nEND\nFC / FCSE=R\n");
   for (std::size_t t = 0; t < 17; ++t) EXPECT_NEAR(values("R")[t], values("S")[t], 1e-6) << t;
+  // Two formulas of the same regressors are least squares each, with an error variance of its own.
+  const Listing out = run_commands(
+      start() +
+      "DIM SC 17 RC 17\nOLS C I / DN\nFC / FCSE=SC\nOLS P I / DN\nFC / FCSE=S PREDICT=F\n" +
+      "NL 2 / NCOEF=4 CONV=1E-8\nEQ C=A+B*I\nEQ P=G+H*I\nCOEF A -200 B 3 G 20 H .5\nEND\n" +
+      "FC / FCSE=RC\nFC P / FCSE=R PREDICT=YM:2\nFC T\n");
+  for (std::size_t t = 0; t < 17; ++t) {
+    EXPECT_NEAR(values("RC")[t], values("SC")[t], 1e-4 * values("SC")[t]) << t;
+    EXPECT_NEAR(values("R")[t], values("S")[t], 1e-4 * values("S")[t]) << t;
+    EXPECT_NEAR(values("YM")[17 + t], values("F")[t], 1e-4 * values("F")[t]) << t;
+  }
+  EXPECT_TRUE(holds(out, " ...ERROR..T IS NOT THE DEPENDENT VARIABLE OF AN EQUATION"));
   run_commands(start() + "MLE C I / TYPE=EXP COV=V\nFC / PREDICT=F FCSE=S\n");
   const std::vector<double> V = values("V"), F = values("F"), I = values("I");
   for (std::size_t t = 0; t < 17; ++t) {
@@ -249,6 +261,8 @@ TEST(Fcast, Refusals) {
       {"?OLS C I P\nFC / AFCSE", " ...ERROR..INCOMPATIBLE OPTIONS"},
       {"?OLS C I P / COEF=B\nFC C I T / COEF=B FCSE=S",
        " ...ERROR..FORECAST STD. ERRORS NEED THE COVARIANCE MATRIX OF AN ESTIMATION"},
+      {"?NL 1 / NCOEF=2 LOGDEN\nEQ -LOG(B)-((C-A)/B)**2/2\nCOEF A 130 B 20\nEND\nFC",
+       " ...ERROR..FORECASTS ARE NOT AVAILABLE FOR THIS MODEL"},
       {"?OLS C I(0.1,3) P / PILAGS\nFC", " ...ERROR..FORECASTS ARE NOT AVAILABLE FOR THIS MODEL"},
       {"FC C I P / COEF=I MODEL=POOL", " ...ERROR..NCROSS= OPTION REQUIRED FOR POOL"},
       {"FC C I / COEF=I MODEL=BOX", " ...ERROR..MODEL=BOX NEEDS LAMBDA="},

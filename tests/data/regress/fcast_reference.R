@@ -61,6 +61,22 @@ J <- sapply(1:4, function(k) { h <- 1e-4 * abs(b[k]); e <- replace(numeric(4), k
 case(c("GENR CL=LAG(C)", "OLS C CL I P / BEG=2 END=12", "FC / BEG=13 END=17 DYNAMIC PREDICT=F FCSE=S"))
 v("F", walk(b), 13)
 v("S", sqrt(rowSums((J %*% V) * J) + summary(m)$sigma^2 * cumsum(b[1]^(2 * (0:4)))), 13, 1e-9)
+# Two lags: each one's forecasts have a part in the derivatives of the other.
+d$CL2 <- c(NA, NA, d$C[1:15])
+m <- lm(C ~ CL + CL2 + I, d[3:12, ])
+b <- coef(m)[c("CL", "CL2", "I", "(Intercept)")]; V <- vcov(m)[names(b), names(b)]
+walk <- function(b) {
+  f <- d$C
+  for (t in out) f[t] <- b[1] * f[t - 1] + b[2] * f[t - 2] + b[3] * d$I[t] + b[4]
+  f[out]
+}
+J <- sapply(1:4, function(k) { h <- 1e-4 * abs(b[k]); e <- replace(numeric(4), k, h)
+  (8 * (walk(b + e) - walk(b - e)) - (walk(b + 2 * e) - walk(b - 2 * e))) / (12 * h) })
+w <- c(1, b[1]); for (i in 3:5) w[i] <- b[1] * w[i - 1] + b[2] * w[i - 2]
+case(c("GENR CL=LAG(C)", "GENR CL2=LAG(C,2)", "OLS C CL CL2 I / BEG=3 END=12",
+       "FC / BEG=13 END=17 DYNAMIC PREDICT=F FCSE=S"))
+v("F", walk(b), 13)
+v("S", sqrt(rowSums((J %*% V) * J) + summary(m)$sigma^2 * cumsum(w^2)), 13, 1e-8)
 case(c("OLS C I P / COEF=B", "FC C C(1) I / COEF=B BEG=5 END=17 DYNAMIC ESTEND=8 PREDICT=F"))
 b <- coef(lm(C ~ I + P, d))[c(2, 3, 1)]; f <- d$C
 for (t in 5:17) f[t] <- b[1] * (if (t - 1 > 8) f[t - 1] else d$C[t - 1]) + b[2] * d$I[t] + b[3]
