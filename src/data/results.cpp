@@ -11,6 +11,41 @@ bool usable_name(std::string_view name) {
          name != "SKIP$";
 }
 
+// Column `column` for a result of `length` elements. The matrix keeps its other columns: the
+// shorter ones end with missing codes.
+int make_column(Workspace ws, std::string_view name, int column, std::int64_t length) {
+  const int old = VARNUM(ws, name);
+  const Place place = old > 0 ? INFO(ws, old) : Place{};
+  const bool data = place.ITYPE == SERIES || place.ITYPE == MATRIX2;
+  const bool matrix = data && place.N2 > 0 && (place.N2 > 1 || column > 1);
+  const std::int64_t old_rows = matrix ? place.LEN / place.N2 : 0;
+  const std::int64_t rows = std::max(length, old_rows);
+  const bool grows = matrix && rows > old_rows;
+  Scratch room(ws, grows ? std::int64_t{place.LEN} : 0);
+  if (!room) return 0;
+  const std::span<double> kept = room.words();
+  if (grows) std::ranges::copy(elements(ws, old), kept.begin());
+  const int var = NEWVAR(
+      ws, name, {.ITYPE = SERIES, .LEN = rows, .N2 = matrix ? place.N2 : 1, .column = column});
+  if (var == 0) return 0;
+  const int whole = VARNUM(ws, name);
+  if (grows) {
+    const std::span<double> all = elements(ws, whole);
+    std::ranges::fill(all, MACOM.XMISS);
+    for (std::int64_t c = 0; c < place.N2; ++c) {
+      std::copy_n(kept.begin() + c * old_rows, old_rows, all.begin() + c * rows);
+    }
+  }
+  // The only column of a matrix is the variable itself: the number of the column would stand for
+  // one element of it.
+  const int target = INFO(ws, whole).N2 > 1 ? var : whole;
+  const std::span<double> to = elements(ws, target);
+  if (std::ssize(to) > length) {
+    std::ranges::fill(to.subspan(static_cast<std::size_t>(length)), MACOM.XMISS);
+  }
+  return target;
+}
+
 }  // namespace
 
 int make_result(Workspace ws, const NameOption& option, VarType type, std::int64_t length, int N2) {
@@ -30,7 +65,8 @@ int make_result(Workspace ws, const NameOption& option, VarType type, std::int64
     NOCORE();
     return 0;
   }
-  return NEWVAR(ws, name, {.ITYPE = type, .LEN = length, .N2 = N2, .column = column});
+  if (column == 0) return NEWVAR(ws, name, {.ITYPE = type, .LEN = length, .N2 = N2});
+  return make_column(ws, name, column, length);
 }
 
 void store_vector(Workspace ws, const NameOption& option, std::span<const double> values) {

@@ -14,8 +14,9 @@
 namespace korvel {
 
 // Makes the variable of a name option: `length` elements, N2 columns of a matrix or rows of a
-// symmetric one. `NAME:n` is column n of a matrix for a series. 0 when the option was not given,
-// after an error of the command, and when there is no room (reported).
+// symmetric one. `NAME:n` is column n of a matrix for a series; it may have more elements than the
+// result, which are missing then. 0 when the option was not given, after an error of the command,
+// and when there is no room (reported).
 int make_result(Workspace ws, const NameOption& option, VarType type, std::int64_t length, int N2);
 
 // A vector of value(i), i from 0. Its variable number, or 0 as above.

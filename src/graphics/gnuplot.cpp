@@ -33,6 +33,11 @@ constexpr std::string_view STYLES =
     "set ytics nomirror\n"
     "# KORVEL GLOBAL STYLES HEADER - END\n";
 
+// Before a plot that is added to others: their titles, limits and dates are not its own.
+constexpr std::string_view CLEARED =
+    "unset title\nunset xlabel\nunset ylabel\nset autoscale\nset xdata\nset format x\n"
+    "unset parametric\n";
+
 // Stands in the lines of plots for the name of a data file, with its number between the marks:
 // where the file lies at last is known when the command file is written.
 constexpr char MARK = '\x01';
@@ -93,6 +98,15 @@ bool open_private(FileOutput& file, const std::string& path) {
 }
 
 std::string file_part(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+// Do two names stand for one file? A device takes whatever comes.
+bool one_file(const std::string& a, const std::string& b) {
+  struct stat first {
+  }, second{};
+  if (stat(a.c_str(), &first) != 0) return a == b;
+  return S_ISREG(first.st_mode) && stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
 
 std::string_view shown(const std::string& name) { return std::string_view(name).substr(0, 80); }
 
@@ -189,7 +203,23 @@ bool PlotJob::open(const PlotWords& words) {
   return true;
 }
 
-bool PlotJob::data(const PlotRows& rows) {
+bool PlotJob::is_picture(const std::string& path) const {
+  return !words_.OUTPUT.empty() && picture_terminal() &&
+         one_file(path, resolve_write_name(words_.OUTPUT));
+}
+
+// A plot that comes to nothing leaves no empty picture behind.
+bool PlotJob::give_up() const {
+  for (const Picture& p : pictures_) {
+    struct stat st {};
+    if (p.reserved && stat(p.name.c_str(), &st) == 0 && st.st_size == 0) unlink(p.name.c_str());
+  }
+  return false;
+}
+
+bool PlotJob::data(const PlotRows& rows) { return add_data(rows) || give_up(); }
+
+bool PlotJob::add_data(const PlotRows& rows) {
   if (rows.columns > MAXPLOTCOLUMNS) {
     fail(" ...ERROR..STATEMENT TOO LONG");
     return false;
@@ -208,6 +238,7 @@ bool PlotJob::data(const PlotRows& rows) {
   }
   const bool adds = words_.APPEND && data_.empty() && file.number == 0 && file_there(file.name);
   const bool keeps = keeps_data_ || adds;
+  if (keeps && is_picture(file.name)) return bad_option_value("DATAFILE");
   // 2. Behind other data two empty lines part the blocks.
   FileOutput out;
   if (adds) file.index = count_blocks(whole_text(file.name));
@@ -252,6 +283,7 @@ std::string PlotJob::data_text() const {
 void PlotJob::plot(std::string_view lines) {
   if (plotted_ == 0) {
     if (!words_.APPEND) plots_ += STYLES;
+    if (appends_) plots_ += CLEARED;
     plots_ += terminal_lines();
     plots_ += "set termoption noenhanced\n" + setup_;
     // The command is a comment on one line; a closing backslash would join the next line to it.
@@ -292,6 +324,10 @@ bool PlotJob::write_commands(bool kept, std::string& path) {
   FileOutput out;
   if (kept) {
     path = command_name_;
+    const auto is_data = [&](const DataFile& file) { return one_file(file.path, path); };
+    if (is_picture(path) || std::ranges::any_of(data_, is_data)) {
+      return bad_option_value("COMMFILE");
+    }
     if (!open_output_file(out, 0, command_name_, WriteMode::replace)) return false;
     if (number_ > 0) VPLCOM.KEPTC = number_;
     if (data_.back().number > 0) VPLCOM.KEPTD = data_.back().number;
@@ -377,7 +413,7 @@ void PlotJob::report_pictures() const {
 bool PlotJob::finish() {
   if (plotted_ == 0) return true;
   std::string path;
-  if (!write_commands(keeps_commands_, path)) return false;
+  if (!write_commands(keeps_commands_, path)) return give_up();
   if (!runs_) {
     const std::string data = data_.empty() ? std::string() : data_[0].name;
     if (no_display_) {

@@ -138,6 +138,9 @@ class PlotJob {
 
   static Terminal terminal_of(std::string_view word);
   bool choose_terminal();
+  bool is_picture(const std::string& path) const;  // of OUTPUT
+  bool add_data(const PlotRows& rows);
+  bool give_up() const;  // false
   bool picture_terminal() const { return terminal_ > Terminal::window; }
   bool paged() const {
     return terminal_ == Terminal::postscript || terminal_ == Terminal::pdf ||

@@ -58,6 +58,28 @@ struct PlotSet {
   PlotLimits limits;
 };
 
+// Do five digits read alike along an axis? Those of dates like 20240131 do. Eight are shown then.
+bool reads_alike(double low, double high);
+
+// A value of the axis from `low` to `high`, without blanks around it.
+class AxisText {
+ public:
+  AxisText() = default;
+  AxisText(double v, double low, double high);
+  template <FixedText FMT, class... Args>
+  static AxisText composed(const Args&... args) {
+    AxisText out;
+    out.length_ = compose<FMT>(out.room_.data(), static_cast<int>(out.room_.size()), 0, args...);
+    return out;
+  }
+  std::string_view text() const;
+  int size() const { return static_cast<int>(text().size()); }
+
+ private:
+  std::array<char, 32> room_{};
+  int length_ = 0;
+};
+
 // Least and greatest finite value; false when there is none.
 bool plot_range(std::span<const double> values, double& least, double& most);
 

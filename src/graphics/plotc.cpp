@@ -134,6 +134,7 @@ bool settle_options(Workspace ws, PlotSet& set) {
   if (l.YMIN && l.YMAX && !(*l.YMIN < *l.YMAX)) return bad_option_value("YMIN");
   if (!(set.SYMSIZE >= 0.0 && set.SYMSIZE < 1000.0)) return bad_option_value("SYMSIZE");
   if (!(set.CHARSIZE >= 0.0 && set.CHARSIZE < 1000.0)) return bad_option_value("CHARSIZE");
+  if (Opt::given<"DATAUNIT">() && set.DATAUNIT <= 0) return bad_option_value("DATAUNIT");
   const std::string_view symbol = Opt::named<"SYMBOL">().typed;
   if (symbol == "********") return bad_option_value("SYMBOL");
   set.SYMBOL = symbol.empty() ? '\0' : symbol[0];

@@ -26,21 +26,24 @@ void find_limits(const PlotSet& set, std::span<const double> x, Histogram& h) {
   const bool own = set.RANGE || !std::isfinite(spread);
   h.min = own ? h.least : mean - spread;
   h.max = own ? h.most : mean + spread;
+  // Half a unit is nothing beside a huge value.
+  const auto half = [](double v) { return std::fabs(v) < 1e14 ? 0.5 : 0.05 * std::fabs(v); };
   if (!(h.least < h.most)) {
-    h.min = h.least - 0.5;
-    h.max = h.least + 0.5;
+    h.min = h.least - half(h.least);
+    h.max = h.least + half(h.least);
   }
   if (set.limits.XMIN) h.min = *set.limits.XMIN;
   if (set.limits.XMAX) h.max = *set.limits.XMAX;
   if (!(h.min < h.max)) {
-    h.min -= 0.5;
-    h.max = h.min + 1.0;
+    h.min -= half(h.min);
+    h.max = h.min + 2.0 * half(h.min);
   }
 }
 
 // The group of a value inside the limits. The bounds decide, not the quotient: it may round up.
 int group_of(const Histogram& h, double v) {
-  int k = std::clamp(static_cast<int>((v - h.min) / h.width()), 0, h.groups - 1);
+  if (!(h.width() > 0.0)) return 0;  // limits that no number lies between
+  int k = static_cast<int>(std::clamp((v - h.min) / h.width(), 0.0, h.groups - 1.0));
   while (k > 0 && v < h.min + k * h.width()) --k;
   while (k + 1 < h.groups && v >= h.min + (k + 1) * h.width()) ++k;
   return k;
@@ -52,17 +55,6 @@ double row_height(const Histogram& h) {
   return std::max(1.0, std::ceil(largest / ROWS));
 }
 
-// A number as the axis shows it: G13.5 without its blanks.
-struct AxisText {
-  std::array<char, 16> room{};
-  std::string_view text;
-  explicit AxisText(double v) {
-    room.fill(' ');
-    const int n = compose<"(G13.5)">(room.data(), 16, 0, v);
-    text = trimmed({room.data(), static_cast<std::size_t>(n)});
-  }
-};
-
 void print_axis(const Histogram& h, bool MIDDLE) {
   const int step = BARLINE / h.groups;
   Line ticks, values;
@@ -71,14 +63,14 @@ void print_axis(const Histogram& h, bool MIDDLE) {
     ticks.text(c % step == 0 ? "+" : "-");
   }
   const double centre = h.min + (h.max - h.min) / 2.0;
-  const AxisText left(MIDDLE ? h.middle(0) : h.min), middle(centre),
-      right(MIDDLE ? h.middle(h.groups - 1) : h.max);
+  const AxisText left(MIDDLE ? h.middle(0) : h.min, h.min, h.max), middle(centre, h.min, h.max),
+      right(MIDDLE ? h.middle(h.groups - 1) : h.max, h.min, h.max);
   values.column(2);
-  values.text(left.text);
-  values.column(BARLINE / 2 + 2 - static_cast<int>(middle.text.size()) / 2);
-  values.text(middle.text);
-  values.column(BARLINE + 2 - static_cast<int>(right.text.size()));
-  values.text(right.text);
+  values.text(left.text());
+  values.column(BARLINE / 2 + 2 - middle.size() / 2);
+  values.text(middle.text());
+  values.column(BARLINE + 2 - right.size());
+  values.text(right.text());
   OUTLINE();
 }
 
@@ -179,8 +171,13 @@ void PLOTHS(const PlotSet& set) {
     print_bars(h, row_height(h));
     print_axis(h, set.MIDDLE);
     print_counts(h, weighted);
-    say<"(' RANGE OF DATA FOR HISTOGRAM: MINIMUM = ', G13.5, ' MAXIMUM = ', G13.5)">(h.least,
-                                                                                     h.most);
+    if (reads_alike(h.least, h.most)) {
+      say<"(' RANGE OF DATA FOR HISTOGRAM: MINIMUM = ', G14.8, ' MAXIMUM = ', G14.8)">(h.least,
+                                                                                       h.most);
+    } else {
+      say<"(' RANGE OF DATA FOR HISTOGRAM: MINIMUM = ', G13.5, ' MAXIMUM = ', G13.5)">(h.least,
+                                                                                       h.most);
+    }
     if (h.below + h.above > 0) {
       say<"(' NUMBER OF OUTLIER OBSERVATIONS: IN FIRST GROUP = ', I0, ' IN FINAL GROUP =', I0)">(
           h.below, h.above);

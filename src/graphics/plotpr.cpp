@@ -159,28 +159,14 @@ void draw(const PlotSet& set) {
 
 // ---- On the output channel
 
-struct NumberText {
-  std::array<char, 32> room{};
-  std::string_view text;
-};
-
 // An x value: a date (year.period) or a number.
-NumberText x_text(double v) {
-  NumberText out;
-  out.room.fill(' ');
-  int n = 0;
-  if (PAGE.from == PlotX::calendar) {
-    const int periods = std::max(DATCOM.ITIME3, 1);
-    const auto k = static_cast<std::int64_t>(std::floor(v * periods + 0.5));
-    const std::int64_t year = k >= 0 ? k / periods : (k - periods + 1) / periods;
-    n = periods == 1
-            ? compose<"(I0)">(out.room.data(), 32, 0, year)
-            : compose<"(I0, '.', I0)">(out.room.data(), 32, 0, year, k - year * periods + 1);
-  } else {
-    n = compose<"(G13.5)">(out.room.data(), 32, 0, v);
-  }
-  out.text = trimmed({out.room.data(), static_cast<std::size_t>(n)});
-  return out;
+AxisText x_text(double v) {
+  if (PAGE.from != PlotX::calendar) return {v, PAGE.xmin, PAGE.xmax};
+  const int periods = std::max(DATCOM.ITIME3, 1);
+  const auto k = static_cast<std::int64_t>(std::floor(v * periods + 0.5));
+  const std::int64_t year = k >= 0 ? k / periods : (k - periods + 1) / periods;
+  if (periods == 1) return AxisText::composed<"(I0)">(year);
+  return AxisText::composed<"(I0, '.', I0)">(year, k - year * periods + 1);
 }
 
 void print_legend() {
@@ -219,7 +205,11 @@ void print_page(std::string_view title) {
     const bool value = k % labelled == 0 || k == p.rows - 1;
     if (value) {
       const double share = static_cast<double>(k) / (p.rows - 1);
-      line.put<"(1X, G13.5)">(k == p.rows - 1 ? p.ymin : p.ymax - share * (p.ymax - p.ymin));
+      const double at = k == p.rows - 1 ? p.ymin : p.ymax - share * (p.ymax - p.ymin);
+      if (reads_alike(p.ymin, p.ymax))
+        line.put<"(1X, G14.8)">(at);
+      else
+        line.put<"(1X, G13.5)">(at);
     }
     line.column(LEFT - 1);
     line.text(value ? "+" : "|");
@@ -234,21 +224,19 @@ void print_page(std::string_view title) {
     ticks.column(LEFT + c);
     ticks.text(c % 10 == 0 ? "+" : "-");
   }
-  const NumberText left = x_text(p.xmin), middle = x_text(p.xmin + (p.xmax - p.xmin) / 2.0),
-                   right = x_text(p.xmax);
+  const AxisText left = x_text(p.xmin), middle = x_text(p.xmin + (p.xmax - p.xmin) / 2.0),
+                 right = x_text(p.xmax);
   values.column(LEFT);
-  values.text(left.text);
+  values.text(left.text());
   const int centre = LEFT + p.columns / 2;
-  const int middle_at = centre - static_cast<int>(middle.text.size()) / 2;
-  const int right_at = LEFT + p.columns - static_cast<int>(right.text.size());
-  const bool apart = LEFT + static_cast<int>(left.text.size()) < middle_at &&
-                     middle_at + static_cast<int>(middle.text.size()) < right_at;
-  if (apart) {  // a narrow plot has no room for it
-    values.column(middle_at);
-    values.text(middle.text);
+  const int middle_at = centre - middle.size() / 2;
+  const int right_at = LEFT + std::max(p.columns - right.size(), left.size() + 1);
+  if (LEFT + left.size() < middle_at && middle_at + middle.size() < right_at) {
+    values.column(middle_at);  // a narrow plot has no room for it
+    values.text(middle.text());
   }
   values.column(right_at);
-  values.text(right.text);
+  values.text(right.text());
   const std::string_view x_name = trimmed({p.x_name.data(), p.x_name.size()});
   name.column(centre - static_cast<int>(x_name.size()) / 2);
   name.text(x_name);
@@ -257,6 +245,19 @@ void print_page(std::string_view title) {
 }
 
 }  // namespace
+
+bool reads_alike(double low, double high) {
+  const double size = std::max(std::fabs(low), std::fabs(high));
+  return size >= 1.0 && size < 1e8 && low < high && high - low < 1e-3 * size;
+}
+
+AxisText::AxisText(double v, double low, double high) {
+  *this = reads_alike(low, high) ? composed<"(G14.8)">(v) : composed<"(G13.5)">(v);
+}
+
+std::string_view AxisText::text() const {
+  return trimmed({room_.data(), static_cast<std::size_t>(length_)});
+}
 
 void PLOTPR(const PlotSet& set) {
   const Trace trace("PLOTPR");

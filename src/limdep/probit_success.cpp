@@ -179,12 +179,27 @@ void print_hensher_johnson(const LimModel& m, const FitSums& sums) {
   Line title;
   title.put<"(' HENSHER-JOHNSON PREDICTION SUCCESS TABLE')">();
   OUTLINE();
-  // One row: a value for each choice, then what belongs to the whole.
-  const auto row_of = [&](std::string_view label, int from, int to, auto&& value, auto&& whole) {
+  // A share keeps its places: a negative one with an exponent would touch what stands before it.
+  const auto put_share = [](Line& row, double v) {
+    if (std::fabs(v) < 10.0)
+      row.put<"(F8.4, 3X)">(v);
+    else
+      row.put<"(G11.4)">(v);
+  };
+  // One row: a count or share for each choice, then what belongs to the whole.
+  const auto counts = [&](std::string_view label, int from, int to, auto&& value, double whole,
+                          double share) {
     Line row;
     row.put<"(A19)">(label);
     for (int j = from; j < to; ++j) row.put<"(G11.4)">(value(j));
-    if (to == J) whole(row);
+    if (to == J) row.put<"(G11.4, F9.4)">(whole, share);
+    OUTLINE();
+  };
+  const auto shares = [&](std::string_view label, int from, int to, auto&& value, double whole) {
+    Line row;
+    row.put<"(A19)">(label);
+    for (int j = from; j < to; ++j) put_share(row, value(j));
+    if (to == J) put_share(row, whole);
     OUTLINE();
   };
   by_lines(J, [&](int from, int to) {
@@ -207,25 +222,20 @@ void print_hensher_johnson(const LimModel& m, const FitSums& sums) {
       char label[19];
       std::fill_n(label, 19, ' ');
       compose<"(I4)">(label, 19, 0, i);
-      row_of(
-          {label, 19}, from, to, [&](int j) { return n(i, j); },
-          [&](Line& row) { row.put<"(G11.4, G12.4)">(observed(i), observed(i) / N); });
+      counts(
+          {label, 19}, from, to, [&](int j) { return n(i, j); }, observed(i), observed(i) / N);
     }
-    row_of(" PREDICTED COUNT   ", from, to, column,
-           [&](Line& row) { row.put<"(G11.4, G12.4)">(N, 1.0); });
-    row_of(
-        " PREDICTED SHARE   ", from, to, [&](int j) { return column(j) / N; },
-        [](Line& row) { row.put<"(G11.4)">(1.0); });
-    row_of(
-        " PROP. SUCCESSFUL  ", from, to, [&](int j) { return shown(n(j, j) / column(j)); },
-        [&](Line& row) { row.put<"(G11.4)">(right); });
-    row_of(
+    counts(" PREDICTED COUNT   ", from, to, column, N, 1.0);
+    shares(
+        " PREDICTED SHARE   ", from, to, [&](int j) { return column(j) / N; }, 1.0);
+    shares(
+        " PROP. SUCCESSFUL  ", from, to, [&](int j) { return shown(n(j, j) / column(j)); }, right);
+    shares(
         " SUCCESS INDEX     ", from, to,
-        [&](int j) { return shown(above(n(j, j) / column(j), column(j) / N)); },
-        [&](Line& row) { row.put<"(G11.4)">(index); });
+        [&](int j) { return shown(above(n(j, j) / column(j), column(j) / N)); }, index);
     Line error;
     error.put<"(' PROPORTIONAL ERROR')">();
-    for (int j = from; j < to; ++j) error.put<"(F7.4, 4X)">(proportional_error(j));
+    for (int j = from; j < to; ++j) error.put<"(F8.4, 3X)">(proportional_error(j));
     OUTLINE();
   });
   say<"(' NORMALIZED SUCCESS INDEX   ', G13.5)">(shown(index / (1.0 - concentration)));

@@ -181,12 +181,16 @@ void print_matrices(Workspace ws, const LimModel& m) {
 
 // ---- Likelihood
 
-double mcfadden(const LimModel& m) { return 1.0 - m.LLF / constants_only(m); }
+double mcfadden(const LimModel& m) {
+  const bool constants = m.K() == (m.units.constant >= 0 ? 1 : 0);
+  return constants ? 0.0 : 1.0 - m.LLF / constants_only(m);
+}
 
 void print_fit_statistics(const LimModel& m, const FitSums& sums) {
-  const double L0 = constants_only(m), L = m.LLF, N = m.N;
   const int constants = m.units.constant >= 0 ? m.choices - 1 : 0;
   const int df = m.M() - constants;
+  // Constants alone are the same model: what the iteration rounds is no improvement.
+  const double L0 = constants_only(m), L = df > 0 ? m.LLF : L0, N = m.N;
   const double ratio = 2.0 * (L - L0);
   const Line blank;
   Line first, second;

@@ -258,7 +258,7 @@ bool keep_point(Workspace ws, LimModel& m, int rounds) {
   const int var = make_result(ws, LIMCOM.COEFFICI, SERIES, m.K(), 1);
   if (var == 0) return false;
   const std::span<double> to = elements(ws, var);
-  for (std::size_t k = 0; k < to.size(); ++k) to[k] = m.coef[k] / m.coef.back();
+  for (std::size_t k = 0; k + 1 < m.coef.size(); ++k) to[k] = m.coef[k] / m.coef.back();
   return false;
 }
 

@@ -136,6 +136,17 @@ void error_sums(LimModel& m, double level, double (&total)[ERROR_SUMS]) {
   }
 }
 
+// Of y and E(y). Quotients, since products of the sums would leave the range; 0 where either is a
+// constant but for rounding, as E(y) is without regressors.
+double squared_correlation(const double (&sum)[ERROR_SUMS], double n, double level) {
+  const double cross = sum[S_YF] - sum[S_Y] * (sum[S_F] / n);
+  const double yy = sum[S_YY] - sum[S_Y] * (sum[S_Y] / n);
+  const double ff = sum[S_FF] - sum[S_F] * (sum[S_F] / n);
+  const double rounding = 1e-12 * (std::fabs(level) + std::fabs(sum[S_F] / n));
+  if (!(yy > 0.0) || !(std::sqrt(ff / n) > rounding)) return 0.0;
+  return (cross / yy) * (cross / ff);
+}
+
 void print_fitted(Workspace ws, const LimModel& m) {
   const double h = m.coef.back();
   say<"(1X, 'DEPENDENT VARIABLE ', A)">(NAME(ws, m.dependent().var));
@@ -159,10 +170,7 @@ void TOBP(Workspace ws, LimModel& m) {
   double sum[ERROR_SUMS];
   error_sums(m, level, sum);
   const auto n = static_cast<double>(m.rows.rows);
-  const double cross = sum[S_YF] - sum[S_Y] * sum[S_F] / n;
-  const double product =
-      (sum[S_YY] - sum[S_Y] * sum[S_Y] / n) * (sum[S_FF] - sum[S_F] * sum[S_F] / n);
-  const double correlation = product > 0.0 ? cross * cross / product : 0.0;
+  const double correlation = squared_correlation(sum, n, level);
   temporary(temporary_place("SSE")) = FCOM.SSE = sum[S_E2];
   temporary(temporary_place("R2OP")) = correlation;
   if (!OCOM.OPUT) return;

@@ -70,6 +70,9 @@ void print_coefficient(Workspace ws, std::size_t i, double point) {
   print_row(item.var != 0 ? NAME(ws, item.var) : item.name, b - half, b, b + half);
 }
 
+// Choice models have no error variance.
+bool has_variance() { return SAVED.sigma2 >= 0.0; }
+
 void print_variance(double DF) {
   const double square = DF * SAVED.sigma2;
   print_row("$SIG2", square / chi_square_point(TAIL, DF), SAVED.sigma2,
@@ -80,7 +83,7 @@ void print_variance(double DF) {
 // Place of a listed name among the coefficients; -1 for $SIG2, 0 after an error.
 int listed_coefficient(Workspace ws, const ListItem& item) {
   if (item.var < 0) {
-    if (item.name == "$SIG2") return -1;
+    if (item.name == "$SIG2" && has_variance()) return -1;
     fail<"(' ...ERROR..', A, ' IS NOT IN EQUATION')">(item.name);
     return 0;
   }
@@ -282,7 +285,7 @@ void CONFID(Workspace ws) {
       if (item.var < 0) continue;
       print_coefficient(ws, static_cast<std::size_t>(listed_coefficient(ws, item) - 1), point);
     }
-    if (variance) print_variance(DF);
+    if (variance && has_variance()) print_variance(DF);
   }
   // 6. The picture.
   if (region) draw_region(ws);

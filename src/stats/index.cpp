@@ -68,6 +68,19 @@ int moving_periods() {
   return DATCOM.ITIME2 != 0 && DATCOM.ITIME3 > 1 ? DATCOM.ITIME3 : 0;
 }
 
+// A result that this use of the command does not make is told, or it would be missed much later.
+template <FixedText WORD>
+void tell_unmade() {
+  if (!IndexOption::named<WORD>().text.empty()) {
+    warn<"(' ...WARNING..THE ', A, ' OPTION HAS NO EFFECT')">(WORD.view());
+  }
+}
+
+template <FixedText... WORDS>
+void tell_unmade_unless(bool made) {
+  if (!made) (tell_unmade<WORDS>(), ...);
+}
+
 }  // namespace
 
 void index_failed() { temporary(T_ERR) = ERR_INDEX; }
@@ -98,6 +111,12 @@ void INDEXC(Workspace ws) {
       return index_fail<"(' ...ERROR..YOU CANNOT CREATE AN INDEX FROM ONLY 1 GOOD')">();
     }
   }
+  const bool filters = smooths && IndexOption::chosen<"HPFILTER">();
+  const bool averages = smooths && (!filters || IndexOption::given<"NMA">());
+  tell_unmade_unless<"DIVISIA", "PAASCHE", "LASPEYRE", "FISHER", "QDIVISIA", "QPAASCHE", "QLASPEYR",
+                     "QFISHER">(!smooths);
+  tell_unmade_unless<"MAVE", "SAMAVE", "SFAC", "EMAVE">(averages);
+  tell_unmade_unless<"TREND">(filters);
   // 3. The sample, and the work.
   if (!take_sample(ws, job)) return index_failed();
   if (smooths)

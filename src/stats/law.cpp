@@ -129,7 +129,10 @@ bool has_density(LawType type) {
 // Recurrence up to 10, then the asymptotic series (Abramowitz and Stegun 1964, 6.3.18, 6.4.12).
 double digamma(double x) {
   double sum = 0.0;
-  for (; x < 10.0; x += 1.0) sum -= 1.0 / x;
+  while (x < 10.0) {
+    sum -= 1.0 / x;
+    x += 1.0;
+  }
   const double s = 1.0 / (x * x);
   return sum + std::log(x) - 0.5 / x -
          s * (1.0 / 12.0 -
@@ -140,7 +143,10 @@ double digamma(double x) {
 
 double trigamma(double x) {
   double sum = 0.0;
-  for (; x < 10.0; x += 1.0) sum += 1.0 / (x * x);
+  while (x < 10.0) {
+    sum += 1.0 / (x * x);
+    x += 1.0;
+  }
   const double r = 1.0 / x;
   const double s = r * r;
   return sum + r + 0.5 * s +

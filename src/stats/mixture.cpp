@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 #include "stats/gamma_terms.h"
 
@@ -249,7 +250,8 @@ double mixed_t_log_density(double t, double df, double delta) {
   long double scale = 0.0L;
   // The terms fall from j near delta^2 + |delta| root df on.
   const double end = last_index(delta * delta + std::fabs(delta) * std::sqrt(df));
-  for (double j = 0.0; j < end; j += 2.0) {
+  for (std::int64_t term = 0; 2.0 * static_cast<double>(term) < end; ++term) {
+    const double j = 2.0 * static_cast<double>(term);
     sum += even + odd;
     const long double even_ratio = z * z * (df + j + 1.0L) / (2.0L * (j + 1.0L) * (j + 2.0L));
     const long double odd_ratio = z * z * (df + j + 2.0L) / (2.0L * (j + 2.0L) * (j + 3.0L));

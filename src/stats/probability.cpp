@@ -63,7 +63,8 @@ double gamma_series(double a, double x) {
   const double most = 500.0 + 12.0 * std::sqrt(a);
   double term = 1.0;
   double sum = 1.0;
-  for (double n = 1.0; n < most; ++n) {
+  for (int k = 1; k < most; ++k) {
+    const double n = k;
     term *= x / (a + n);
     sum += term;
     if (term <= 0.1 * EPS * sum) break;
@@ -79,7 +80,8 @@ double gamma_fraction(double a, double x, double excess) {
   double c = 1.0 / TINY;
   double d = 1.0 / b;
   double value = d;
-  for (double n = 1.0; n < most; ++n) {
+  for (int k = 1; k < most; ++k) {
+    const double n = k;
     const double numerator = -n * (n - a);
     b += 2.0;
     d = numerator * d + b;

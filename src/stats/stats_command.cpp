@@ -83,11 +83,13 @@ bool add_variable(Workspace ws, StatJob& job, int var, std::string_view name) {
     return false;
   }
   const bool matrix = place.ITYPE == MATRIX2 && place.columns() > 1;
+  // A column that was listed by its number goes by it, as the columns of MATRIX do.
+  const int listed = var > 2 * DATCOM.MAXVAR ? (var - 1) % DATCOM.MXCOL + 1 : 0;
   if (place.ITYPE >= STRING5 || (StatOption::chosen<"MATRIX">() && place.ITYPE > MATRIX2)) {
     return add_column(job, var, nullptr, 0, name, 0);
   }
   if (!matrix && place.ITYPE <= MATRIX2) {
-    return add_column(job, var, data.data(), std::ssize(data), name, 0);
+    return add_column(job, var, data.data(), std::ssize(data), name, listed);
   }
   if (!StatOption::chosen<"MATRIX">()) {
     add_column(job, var, data.data(), std::ssize(data), name, 0);
@@ -318,6 +320,10 @@ void STATS(Workspace ws) {
   StatOption::set<"WIDE">(OSCOM.OWIDE);
   OPTION_SCAN(ws, STATOPT.view());
   if (OCOM.ODONT || OSCOM.OSCAN || name_lacking(STATOPT.view())) return;
+  if (StatOption::given<"NPOP">() && StatOption::integer<"NPOP">() < 1) {
+    bad_option_value("NPOP");
+    return;
+  }
   settle_max();
   StatJob job;
   job.print = OCOM.OPUT;
@@ -386,8 +392,9 @@ void STATS(Workspace ws) {
   if ((StatOption::chosen<"NPARAM">() || StatOption::chosen<"BEHRENSF">()) && !OCOM.ODONT) {
     make_two_samples(ws, job);
   }
-  // 6. Vector results.
+  // 6. Vector results, and those that had to wait.
   store_vectors(ws, job);
+  store_late(ws, job);
 }
 
 }  // namespace korvel

@@ -43,12 +43,21 @@ struct StatColumn {
   void set_label(std::string_view name, int column);
 };
 
+// A result whose variable is still being read.
+struct LateResult {
+  const NameOption* option = nullptr;
+  VarType type = SERIES;
+  std::vector<double> values;
+  int columns = 1;
+};
+
 // One STAT command.
 struct StatJob {
   std::vector<StatColumn> columns;
-  std::vector<SeriesMoments> moments;    // of each column's own rows
-  std::vector<SeriesMoments> common;     // of the rows that all columns have
-  std::vector<double> values;            // a vector result, or two, on its way to its variable
+  std::vector<SeriesMoments> moments;  // of each column's own rows
+  std::vector<SeriesMoments> common;   // of the rows that all columns have
+  std::vector<double> values;          // a vector result, or two, on its way to its variable
+  std::vector<LateResult> late;
   std::int64_t rows = 0;                 // longest range
   std::int64_t common_rows = 0;          // shortest one
   std::int64_t common_n = 0;             // rows of it that count
@@ -100,6 +109,11 @@ void for_values(const SeriesRows& s, F&& f) {
 // Steps of the command. All of them print under job.print only and return early after a failure.
 void print_statistics(const StatJob& job);
 void print_sample_sizes(const StatJob& job);
+// A result that takes the place of a listed variable or of the weights waits for the end of the
+// command, since later steps read them; any other one is stored.
+void give_result(Workspace ws, StatJob& job, const NameOption& option, VarType type,
+                 std::span<const double> values, int columns = 1);
+void store_late(Workspace ws, const StatJob& job);
 void store_vectors(Workspace ws, StatJob& job);
 void make_matrices(Workspace ws, StatJob& job);
 void make_sorted(Workspace ws, StatJob& job);

@@ -129,8 +129,8 @@ void make_sorted(Workspace ws, StatJob& job) {
     if (job.print && digits > 0) print_stems(job.columns[c].name(), x, digits);
     if (stop_requested()) return;
   }
-  store_result(ws, medians, SERIES, middle);
-  store_result(ws, modes, SERIES, frequent);
+  give_result(ws, job, medians, SERIES, middle);
+  give_result(ws, job, modes, SERIES, frequent);
 }
 
 }  // namespace korvel

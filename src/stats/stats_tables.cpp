@@ -93,10 +93,32 @@ void print_sample_sizes(const StatJob& job) {
       const double root = margin > 0.0 ? 1.96 * deviation / margin : 0.0;
       const double n = root * root;
       const double finite = NP > 0.0 ? n / (1.0 + n / NP) : n;
-      say<"(1X, A8, G17.5, F12.0, F15.0)">(job.columns[c].name(), margin, std::ceil(n),
-                                           std::ceil(finite));
+      if (n < 1e10) {
+        say<"(1X, A8, G17.5, F12.0, F15.0)">(job.columns[c].name(), margin, std::ceil(n),
+                                             std::ceil(finite));
+      } else {  // a mean that is nearly 0
+        say<"(1X, A8, G17.5, G12.4, G15.5)">(job.columns[c].name(), margin, n, finite);
+      }
     }
   }
+}
+
+void give_result(Workspace ws, StatJob& job, const NameOption& option, VarType type,
+                 std::span<const double> values, int columns) {
+  const auto base = [](int var) {
+    return var > 2 * DATCOM.MAXVAR ? (var - 1) / DATCOM.MXCOL : var;
+  };
+  const int var = base(option.var);
+  const auto read = [&](const StatColumn& c) { return base(c.var) == var; };
+  if (var > 0 && (base(job.weight_var) == var || std::ranges::any_of(job.columns, read))) {
+    job.late.push_back({&option, type, {values.begin(), values.end()}, columns});
+  } else {
+    store_result(ws, option, type, values, columns);
+  }
+}
+
+void store_late(Workspace ws, const StatJob& job) {
+  for (const LateResult& r : job.late) store_result(ws, *r.option, r.type, r.values, r.columns);
 }
 
 void store_vectors(Workspace ws, StatJob& job) {
@@ -129,7 +151,7 @@ std::string_view column_name(const void* columns, int i) {
 }
 
 struct Matrices {
-  const StatJob& job;
+  StatJob& job;
   Workspace ws;
   std::span<const double> cross;  // packed K about the means, scaled by the exponents
   std::span<double> out;          // packed K
@@ -142,7 +164,7 @@ struct Matrices {
       say<TITLE>(static_cast<std::int64_t>(std::llround(count.N)));
       print_packed(out, job.K(), column_name, job.columns.data());
     }
-    store_result(ws, option, SYMMETRIC, out, job.K());
+    give_result(ws, job, option, SYMMETRIC, out, job.K());
   }
   // Sums about the means, divided.
   void fill(double divisor) const {
@@ -184,7 +206,7 @@ void store_moments(const Matrices& all) {
     with_ones[packed(place(i), K)] = sum * all.count.scale;
   }
   with_ones[packed(K, K)] = all.count.N;
-  store_result(all.ws, StatOption::named<"MOMENTS">(), SYMMETRIC, with_ones, K + 1);
+  give_result(all.ws, all.job, StatOption::named<"MOMENTS">(), SYMMETRIC, with_ones, K + 1);
 }
 
 // The ranks of one column's common rows, tied values averaged, in the rows' order. Returns how
@@ -203,13 +225,13 @@ std::size_t RANKS(const SeriesRows& rows, std::span<double> ranks, std::span<dou
   return n;
 }
 
-void rank_correlations(Workspace ws, const StatJob& job, const Matrices& all) {
+void rank_correlations(Workspace ws, StatJob& job, const Matrices& all) {
   if (!StatOption::chosen<"PRANKCOR">() && StatOption::named<"RANKCORR">().text.empty()) return;
   const auto n = static_cast<std::size_t>(job.common_n);
   const auto K = static_cast<std::size_t>(job.K());
   if (n < 2) {
     all.fill_missing();
-    return store_result(ws, StatOption::named<"RANKCORR">(), SYMMETRIC, all.out, job.K());
+    return give_result(ws, job, StatOption::named<"RANKCORR">(), SYMMETRIC, all.out, job.K());
   }
   const auto each = static_cast<std::int64_t>(n);
   std::int64_t words = 0;

@@ -113,11 +113,13 @@ TEST_F(Gnuplot, RowsThatFiveDecimalsWouldLose) {
 
 TEST_F(Gnuplot, AppendedPlots) {
   const std::string graph = "GRAPH X Y / DEVICE=NONE";
-  run_commands(DATA + graph + "\n" + graph + " APPEND\n");
+  run_commands(DATA + "TITLE First\n" + graph + " XMIN=2\nTITLE\n" + graph + " APPEND\n");
   const std::string text = read_file("C001.GNU");
   EXPECT_EQ(text.find("quit"), text.size() - 5);
   EXPECT_TRUE(within(text, " plot  \"D001.GNU\" index 1 using     1:2 lw 2 title \"Y\""));
   EXPECT_EQ(text.find("START"), text.rfind("START"));
+  EXPECT_LT(text.find("set title \"First\""), text.find("unset title\n"));
+  EXPECT_LT(text.find("set xrange [2:*]"), text.find("set autoscale\n"));
   EXPECT_TRUE(within(read_file("D001.GNU"), "\n \n \n             1.00000"));
   EXPECT_EQ(files(), 2U);
 }
@@ -291,6 +293,12 @@ TEST_F(Gnuplot, Refusals) {
            {"PLOT Y / HISTOGRA GROUPS=7 GNUPLOT", " ...ERROR..60/GROUPS MUST BE AN INTEGER"},
            {"PLOT X Y / OUTPUT", " ...ERROR..IN RIGHT HAND SIDE OF OPTION..OUTPUT"},
            {"PLOT Y / HISTOGRA WEIGHT=Y", " ...ERROR..IN GROUP COUNT"},
+           {"PLOT X Y / OUTPUT=a.png COMMFILE=a.png",
+            " ...ERROR..IN RIGHT HAND SIDE OF OPTION..COMMFILE"},
+           {"PLOT X Y / OUTPUT=a.png DATAFILE=a.png",
+            " ...ERROR..IN RIGHT HAND SIDE OF OPTION..DATAFILE"},
+           // Neither an empty picture nor a data file is left.
+           {"PLOT X Y / DEVICE=PNG COMMFILE=none/c.gnu", " ...ERROR..OPEN ERROR"},
            {"GENR Q=-99999\nPLOT X Q", " ...ERROR..NO DATA TO PLOT"}}) {
     const Listing l = run_commands(DATA + c.command + "\n");
     EXPECT_TRUE(holds(l, c.message)) << l.text;
