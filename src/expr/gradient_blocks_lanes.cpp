@@ -10,7 +10,7 @@ namespace {
 template <bool A_VARIES, bool B_VARIES>
 bool quotients(double* r, const double* a, const double* b, std::size_t n) {
   const Vec zero = splat(0.0);
-  auto bad = zero != zero;
+  decltype(zero == zero) bad{};
   Vec va = splat(a[0]);
   Vec vb = splat(b[0]);
   const auto quotient = [&] {

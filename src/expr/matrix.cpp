@@ -254,7 +254,7 @@ MatrixRun::~MatrixRun() {
   drop_target();
 }
 
-double* MatrixRun::take(std::int64_t n) {
+double* MatrixRun::take(std::int64_t n) const {
   if (n < 0 || n > std::int64_t{ADDCOM.SCRTOP} - ADDCOM.LASADD) {
     ADDCOM.NEED = n < 0 ? std::int64_t{1} << 31
                         : n + ADDCOM.LASADD + (ADDCOM.MAXADD - std::int64_t{ADDCOM.SCRTOP});

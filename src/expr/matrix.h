@@ -78,7 +78,7 @@ struct MatrixRun {
   ~MatrixRun();
 
   // n words at the top of the data area. Null, after NOCORE has spoken, when there is no room.
-  double* take(std::int64_t n);
+  double* take(std::int64_t n) const;
   // The words of the step's result: once a step.
   Result result(std::int64_t rows, std::int64_t columns);
   Result packed_result(std::int64_t order);

@@ -48,6 +48,12 @@ bool take_bounds(Workspace ws, const NameOption& option, std::span<double> to) {
   return true;
 }
 
+void refuse_bounds(const Box& box, std::size_t i) {
+  fail(" ...ERROR..SA INITIAL CONDITIONS INCONSISTENT WITH");
+  say<"(' BOUNDS OF COEFFICIENT', I4, ': ', G13.5, ' TO ', G13.5)">(static_cast<int>(i) + 1,
+                                                                    box.lower[i], box.upper[i]);
+}
+
 // Bounds from the variables, else from the factors of the starting values. IER: REFUSED or OUTSIDE
 // after an error, which has been told.
 int make_box(Workspace ws, std::span<const double> b, Box& box) {
@@ -72,9 +78,7 @@ int make_box(Workspace ws, std::span<const double> b, Box& box) {
   }
   for (std::size_t i = 0; i < b.size(); ++i) {
     if (box.lower[i] < box.upper[i]) continue;
-    fail(" ...ERROR..SA INITIAL CONDITIONS INCONSISTENT WITH");
-    say<"(' BOUNDS OF COEFFICIENT', I4, ': ', G13.5, ' TO ', G13.5)">(static_cast<int>(i) + 1,
-                                                                      box.lower[i], box.upper[i]);
+    refuse_bounds(box, i);
     return REFUSED;
   }
   for (std::size_t i = 0; i < b.size(); ++i) {
@@ -83,6 +87,7 @@ int make_box(Workspace ws, std::span<const double> b, Box& box) {
     say("  (LB AND UB). EXECUTION TERMINATED WITHOUT ANY");
     say("  OPTIMIZATION. RESPECIFY X, UB OR LB SO THAT  ");
     say("  LB(I) .LT. X(I) .LT. UB(I), I = 1, N. ");
+    refuse_bounds(box, i);
     return OUTSIDE;
   }
   return DONE;

@@ -393,7 +393,7 @@ NlCovariance coefficient_covariance(Workspace ws, NlModel& m, NlFunction& f,
                                     const NlOutcome& outcome, HessianFactors factors) {
   const double df = m.N - m.K;
   const bool small = !NLCOM.DN && m.neq == 1 && m.residuals();
-  if (small && !(df > 0.0)) warn(" ...WARNING..ZERO DEGREES OF FREEDOM LEFT");
+  if (m.residuals() && !(m.N * m.neq > m.K)) warn(" ...WARNING..ZERO DEGREES OF FREEDOM LEFT");
   NlCovariance cov{.title = PLAIN_TITLE};
   cov.sigma2 = m.SSE / (small && df > 0.0 ? df : m.N);
   Scratch room(ws, m.K);

@@ -22,7 +22,6 @@ constexpr double CLEARLY = 0.99;       // such a one counts when it is that much
 constexpr double LAST_STEP = 1e-13;    // relative: where the least squares steps end
 constexpr double COARSE_STEP = 1e-8;   // ... those that full steps follow
 constexpr double LEAST_WIDTH = 0.001;  // of a numeric derivative, relative to the coefficient
-constexpr std::string_view SA_INCONSISTENT = " ...ERROR..SA INITIAL CONDITIONS INCONSISTENT WITH";
 
 // The residuals of one equation as the least squares steps want them.
 class NlResiduals final : public ResidualModel {
@@ -196,10 +195,7 @@ bool run_minimiser(Workspace ws, NlModel& m, NlFunction& f, HessianFactors facto
   if (first && (NLCOM.METHODCODE == 99 || NLCOM.METHODCODE == -1 || NLCOM.HYBRID)) {
     const Annealed annealed = ANNEAL(ws, f, m.b, m.work, report);
     outcome.minimum = annealed.minimum;
-    if (annealed.IER == 2) {
-      fail(SA_INCONSISTENT);
-      return false;
-    }
+    if (annealed.IER == 2) return false;
     if (annealed.IER == 3 || OCOM.ODONT) {
       mark_failed();
       return false;

@@ -291,9 +291,9 @@ bool maximise(Workspace ws, HetModel& m, HetFunction& f, HessianFactors factors,
 // Estimation with the columns in place.
 void estimate(Workspace ws, HetModel& m) {
   // 1. The start.
-  if (!het_least_squares(m)) return;
+  if (!het_least_squares(ws, m)) return;
   if (OCOM.OPUT) print_het_header(m);
-  if (!het_start(m) || !given_start(ws, m)) return;
+  if (!het_start(ws, m) || !given_start(ws, m)) return;
   HetFunction f(ws, m);
   f.analytic = !NLCOM.NUMERIC;
   if (!check_start(m, f)) return;

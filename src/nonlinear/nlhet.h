@@ -142,8 +142,8 @@ bool FUNCHF(HetModel& m, std::span<double> information, std::span<double> outer)
 // nlhet_start.cpp: least squares, sets means, squares, SSE0 and the pre-sample variance; then the
 // whole start. False after an error.
 std::int64_t het_start_words(const HetModel& m);
-bool het_least_squares(HetModel& m);
-bool het_start(HetModel& m);
+bool het_least_squares(Workspace ws, HetModel& m);
+bool het_start(Workspace ws, HetModel& m);
 
 // nlhet_cov.cpp
 enum class HetCovariance : std::uint8_t { Numeric, Outer, Information, Start, Algorithm };

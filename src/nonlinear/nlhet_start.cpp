@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 
 #include "engine/output.h"
 #include "expr/kernels/lsreg.h"
@@ -40,6 +41,7 @@ std::int64_t regression_words(int columns, std::int64_t rows) {
 struct Regression {
   std::span<double> mean, cross, coef;
   double SSE = 0.0, SWT = 0.0;
+  int fault = 0;  // the regressor (from 1) at which it failed, when one is known
   bool good = false;
 };
 Regression regress(std::span<const double* const> column, std::int64_t rows, const double* weight,
@@ -66,8 +68,20 @@ Regression regress(std::span<const double* const> column, std::int64_t rows, con
   const NormalFit fit =
       LSREG(view, 0.0, false, work, coef, inverse.first(packed_words(columns - 1)));
   r.SSE = fit.SSE;
+  r.fault = std::abs(fit.IFAULT);
   r.good = fit.IFAULT == 0 && std::ranges::all_of(coef, [](double v) { return std::isfinite(v); });
   return r;
+}
+
+// ... and the column that made it so; `first` is the place of the first regressor in `loaded`.
+bool singular(Workspace ws, const HetModel& m, int first, const Regression& fit) {
+  const auto at = static_cast<std::size_t>(first + fit.fault) - 1;
+  singular();
+  if (fit.fault > 0 && at < m.loaded.size()) {
+    warn<"(' ...WARNING..VARIABLE ', A, ' IS A LINEAR COMBINATION OF OTHERS')">(
+        NAME(ws, m.loaded[at].var));
+  }
+  return false;
 }
 
 // Squares of the residuals in f (rows).
@@ -120,7 +134,7 @@ bool all_positive(const HetRows& r, std::span<const double> a) {
 
 // Regression of f(e) on z: e^2, |e| or log e^2. Where the first two don't stay positive, the
 // constant alone.
-bool form_start(HetModel& m, std::span<double> a) {
+bool form_start(Workspace ws, HetModel& m, std::span<double> a) {
   const HetRows& r = m.rows;
   std::span<double> room = m.room;
   const std::span<double> target = take(room, static_cast<std::size_t>(r.rows));
@@ -138,7 +152,7 @@ bool form_start(HetModel& m, std::span<double> a) {
   std::copy_n(m.column.begin() + m.regressors, M, places);
   places[M] = target.data();
   const Regression fit = regress(std::span(places, M + 1), r.rows, r.weight, a, room);
-  if (!fit.good) return singular();
+  if (!fit.good) return singular(ws, m, m.regressors, fit);
   if (r.form == HetForm::MULT || all_positive(r, a)) return true;
   if (places[M - 1] != nullptr) return true;  // the first evaluation tells
   std::ranges::fill(a, 0.0);
@@ -165,7 +179,7 @@ std::int64_t het_start_words(const HetModel& m) {
   return r.rows + std::int64_t{2} * widest + 2 + regression_words(widest, r.rows);
 }
 
-bool het_least_squares(HetModel& m) {
+bool het_least_squares(Workspace ws, HetModel& m) {
   const HetRows& r = m.rows;
   const auto K = static_cast<std::size_t>(r.K);
   std::span<double> room = m.room;
@@ -173,7 +187,7 @@ bool het_least_squares(HetModel& m) {
   std::copy_n(m.column.begin(), K, places);
   places[K] = r.y;
   const Regression fit = regress(std::span(places, K + 1), r.rows, r.weight, m.b.first(K), room);
-  if (!fit.good) return singular();
+  if (!fit.good) return singular(ws, m, 0, fit);
   std::ranges::fill(m.means, 0.0);
   std::ranges::fill(m.squares, 0.0);
   for (std::size_t k = 0; k <= K; ++k) {
@@ -195,7 +209,7 @@ bool het_least_squares(HetModel& m) {
   return true;
 }
 
-bool het_start(HetModel& m) {
+bool het_start(Workspace ws, HetModel& m) {
   const auto first = static_cast<std::size_t>(m.rows.mean_terms());
   if (m.rows.arch_m()) m.b[first - 1] = 0.0;
   const std::span<double> v = m.b.subspan(first);
@@ -206,7 +220,7 @@ bool het_start(HetModel& m) {
       depvar_start(m, v);
       return true;
     default:
-      return form_start(m, v);
+      return form_start(ws, m, v);
   }
 }
 

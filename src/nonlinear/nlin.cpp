@@ -248,6 +248,23 @@ void warn_without_form() {
   if (!o.GMMOUT.text.empty() && !instruments) warn_idle("GMMOUT");
 }
 
+// Words that count only beside another option which was not given.
+bool lacks_partner(std::string_view word) {
+  const NlCom& o = NLCOM;
+  const bool annealing = o.METHOD.text == "SA" || (o.HYBRID && !o.METHOD.text.empty());
+  if (word == "PENLAMBD") return o.PENTYPE == 0;
+  if (word == "PENLOW" || word == "PENHI") return o.PENTYPE != 1;
+  if (word.starts_with("SA") && word != "SAME") return !annealing;
+  if (word == "STEPSIZE") return !o.NUMERIC;
+  if (word == "REWIND") return o.IN == 0;
+  if (word == "PWEIGHT") return o.WEIGHT.text.empty();
+  const bool instruments = nl() && SCNCOM.NF > 0;
+  if (word == "S3SLS" || word == "CONEXOGS") return nl() && !instruments;
+  if (word == "NUMCOV") return instruments;
+  if (word == "NORMALIZ") return instruments || (!nl() && o.WEIGHT.text.empty());
+  return false;
+}
+
 // Tells the typed words that mean nothing to the command.
 void warn_without_effect() {
   const std::span<const std::string_view> here = idle_here();
@@ -262,7 +279,7 @@ void warn_without_effect() {
                                                        : !OPTCOM.VOPT[place].text.empty();
     const bool idle = std::ranges::find(IDLE, w.word) != IDLE.end() ||
                       std::ranges::find(here, w.word) != here.end() ||
-                      (w.word == "HYBRID" && NLCOM.METHOD.text.empty());
+                      (w.word == "HYBRID" && NLCOM.METHOD.text.empty()) || lacks_partner(w.word);
     if (typed && idle) warn_idle(w.word, w.kind == OptionKind::Logical && !OPTCOM.LOPT[place]);
   }
   if (nl()) warn_without_form();

@@ -259,7 +259,11 @@ bool log_generalised_gamma(const MleTerms& t) {
   return true;
 }
 
-// Edgeworth: n(w)/SG [1 + K3/6 H3 + K4/24 H4 + K3^2/72 H6] (Kendall and Stuart).
+double hermite3(double w) { return w * (w * w - 3.0); }
+double hermite4(double w) { return w * w * (w * w - 6.0) + 3.0; }
+double hermite6(double w) { return w * w * (w * w * (w * w - 15.0) + 45.0) - 15.0; }
+
+// Edgeworth: n(w)/SG times the series (Kendall and Stuart).
 bool edgeworth(const MleTerms& t) {
   const double SG = t.shape[0], K3 = t.shape[1], K4 = t.shape[2];
   if (!(SG > 0.0)) return false;
@@ -267,10 +271,9 @@ bool edgeworth(const MleTerms& t) {
   for (std::ptrdiff_t i = 0; i < t.rows; ++i) {
     const double w = (t.y[i] - t.z[i]) / SG;
     const double w2 = w * w;
-    const double H2 = w2 - 1.0, H3 = w * (w2 - 3.0), H4 = w2 * (w2 - 6.0) + 3.0;
+    const double H2 = w2 - 1.0, H3 = hermite3(w), H4 = hermite4(w), H6 = hermite6(w);
     const double H5 = w * (w2 * (w2 - 10.0) + 15.0);
-    const double H6 = w2 * (w2 * (w2 - 15.0) + 45.0) - 15.0;
-    const double bracket = 1.0 + K3 / 6.0 * H3 + K4 / 24.0 * H4 + K3 * K3 / 72.0 * H6;
+    const double bracket = edgeworth_series(w, K3, K4);
     if (!(bracket > 0.0)) return false;
     const double slope = K3 / 2.0 * H2 + K4 / 6.0 * H3 + K3 * K3 / 12.0 * H5;
     t.log_f[i] = -constant - 0.5 * w2 + LOG(bracket);
@@ -404,6 +407,10 @@ const MleFamily* find_mle_family(std::string_view word) {
 }
 
 const MleFamily& mle_family(MleType type) { return FAMILIES[static_cast<std::size_t>(type)]; }
+
+double edgeworth_series(double w, double K3, double K4) {
+  return 1.0 + K3 / 6.0 * hermite3(w) + K4 / 24.0 * hermite4(w) + K3 * K3 / 72.0 * hermite6(w);
+}
 
 BetaParameters beta_parameters(MleType type, double z, double Q) {
   if (type == M::BETA) return {z, Q};

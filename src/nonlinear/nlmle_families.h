@@ -82,6 +82,9 @@ struct MleMoments {
 };
 MleMoments mle_moments(MleType type, double z, double z2, std::span<const double> shape);
 
+// The series that EDGE multiplies the normal density with: 1 + K3/6 H3 + K4/24 H4 + K3^2/72 H6.
+double edgeworth_series(double w, double K3, double K4);
+
 // P and Q of the beta families.
 struct BetaParameters {
   double P, Q;

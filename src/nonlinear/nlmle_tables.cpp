@@ -24,6 +24,19 @@ struct FitSums {
   double SSE = 0.0, e = 0.0, correlation = 0.0;
 };
 
+// The likelihood of EDGE has no upper bound: with large cumulants the series can be high at all
+// rows and negative between them, which is no density.
+void warn_no_density(const MleModel& m) {
+  const std::span<const double> s = m.shape();
+  const auto [least, most] = std::ranges::minmax(m.residual);
+  constexpr int steps = 1000;
+  for (int i = 0; i <= steps; ++i) {
+    const double w = (least + (most - least) * i / steps) / s[0];
+    if (edgeworth_series(w, s[1], s[2]) >= 0.0) continue;
+    return warn(" ...WARNING..NO DENSITY: IT IS NEGATIVE WITHIN THE RANGE OF THE RESIDUALS");
+  }
+}
+
 // Fills fitted and residual.
 FitSums fit_rows(MleModel& m) {
   FitSums sums;
@@ -158,6 +171,7 @@ void mle_results(Workspace ws, MleModel& m) {
   // 3. What the families add.
   if (OCOM.OPUT) {
     if (family.type == MleType::EDGE) {
+      warn_no_density(m);
       const std::span<const double> s = m.shape();
       say<"(' K*THIRD=', G13.5, ' K*FOURTH=', G13.5)">(square(s[0]) * s[0] * s[1],
                                                        square(square(s[0])) * s[2]);

@@ -97,6 +97,22 @@ bool check_options() {
   return true;
 }
 
+// Options that change nothing here are told.
+void warn_idle_options() {
+  const AutCom& a = AUTCOM;
+  const struct {
+    bool idle;
+    std::string_view word, needs;
+  } rows[] = {
+      {a.NMISS > 0 && a.GAP == 0, "NMISS", "GAP"},
+      {Opt::given<"SRHO">() && a.ORDER + a.NUMARMA < 2, "SRHO", "ORDER OR NUMARMA"},
+  };
+  for (const auto& r : rows) {
+    if (r.idle) warn<"(' ...WARNING..OPTION ', A, ' COUNTS ONLY WITH ', A)">(r.word, r.needs);
+  }
+  if (Opt::chosen<"II">()) warn(" ...WARNING..II OPTION HAS NO EFFECT");
+}
+
 // The model list. Returns the largest lag, -1 after an error.
 int settle_list(Workspace ws) {
   const bool group = std::ranges::any_of(SCNCOM.list(), [](const ListItem& i) { return i.group; });
@@ -183,6 +199,7 @@ void AUTC(Workspace ws) {
   if (SCNCOM.NF <= 0) return say(" COMMAND STRUCTURE: AUTO depvar indeps / options");
   settle_results();
   if (!settle_errors() || !check_options()) return;
+  warn_idle_options();
   // 2. The model and its sample. Up to here a mistake leaves the last estimate as it is.
   const int largest = settle_list(ws);
   if (largest < 0 || !settle_sample(ws, largest)) return;

@@ -31,6 +31,12 @@ Spread spread(const ForecastRows& rows, double n, F&& value) {
   return s;
 }
 
+// The third of three shares, none of which is negative but by rounding.
+double last_share(double first, double second) {
+  const double share = 1.0 - first - second;
+  return share < 1e-12 ? 0.0 : share;
+}
+
 }  // namespace
 
 ErrorStatistics error_statistics(const ForecastRows& rows, int section) {
@@ -64,14 +70,14 @@ ErrorStatistics error_statistics(const ForecastRows& rows, int section) {
     s.bias = (f.mean - y.mean) * (f.mean - y.mean) / M;
     s.variance = (f.deviation - y.deviation) * (f.deviation - y.deviation) / M;
   }
-  s.covariance = 1.0 - s.bias - s.variance;
+  s.covariance = last_share(s.bias, s.variance);
   double p = 2.0 * f.deviation * y.deviation;
   if (p == 0.0) p = NO_SPREAD;
   if (M > 0.0) {
     const double left = f.deviation - (1.0 - s.covariance * M / p) * y.deviation;
     s.regression = left * left / M;
   }
-  s.disturbance = 1.0 - s.bias - s.regression;
+  s.disturbance = last_share(s.bias, s.regression);
   return s;
 }
 

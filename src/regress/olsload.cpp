@@ -32,12 +32,15 @@ bool column_in_range(Workspace ws, const ListItem& item) {
   return true;
 }
 
-// CKSMPL has looked at MBEG..MEND; a lag reaches rows before it.
-void warn_missing_lags(const double* base, const ListItem& item) {
+// CKSMPL has looked at MBEG..MEND; a lag reaches rows before it. skip: the marks of the sample; a
+// row that is left out has nothing to be told of.
+void warn_missing_lags(const double* base, const ListItem& item, std::span<const double> skip) {
   if (!OSCOM.OWARN || !OSCOM.OMSWRN || item.lag <= 0) return;
   const int last = std::min(DATCOM.MEND, DATCOM.MBEG + item.lag - 1);
   for (int t = DATCOM.MBEG; t <= last; ++t) {
-    if (base[t - 1] == MACOM.XMISS) {
+    const auto row = static_cast<std::size_t>(t - 1);
+    const bool skipped = row < skip.size() && skip[row] > 0.0;
+    if (base[row] == MACOM.XMISS && !skipped) {
       warn<"(' ...WARNING..MISSING DATA DETECTED IN OBS ', I0)">(t);
     }
   }
@@ -95,6 +98,7 @@ int LOADX_copies(std::span<const ListItem> list) {
 }
 
 bool LOADX_in_place(Workspace ws, std::span<const ListItem> list, std::span<const double*> column) {
+  const std::span<const double> skip = OLSCOM.skips ? skip_vector(ws) : std::span<double>();
   for (std::size_t k = 0; k < list.size(); ++k) {
     if (list[k].var == DATCOM.MCON) {
       column[k] = nullptr;
@@ -102,7 +106,7 @@ bool LOADX_in_place(Workspace ws, std::span<const ListItem> list, std::span<cons
     }
     if (!column_in_range(ws, list[k])) return false;
     const double* base = column_base(ws, INFO(ws, list[k].var), list[k]);
-    warn_missing_lags(base, list[k]);
+    warn_missing_lags(base, list[k], skip);
     column[k] = base + (DATCOM.MBEG - 1);
   }
   return true;

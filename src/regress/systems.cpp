@@ -116,6 +116,8 @@ void warn_idle_options(const SystemModel& model) {
     std::string_view word, needs;
   } rows[] = {
       {!s.AUTO && (s.DROP || s.fixed_rho || s.grid), s.DROP ? "DROP" : "RHO", "AUTO"},
+      {Opt::given<"RHOINC">() && !s.grid, "RHOINC", "RHOMIN OR RHOMAX"},
+      {!s.CONEXOGS && !model.instruments, "NOCONEXOGS", "EXOGENOUS VARIABLES"},
       {s.ADDLAG && !s.AUTO, "ADDLAG", "AUTO"},
       {s.ADDLAG && s.AUTO && !model.instruments, "ADDLAG", "EXOGENOUS VARIABLES"},
       {s.II && s.ITER == 0, "II", "ITER"},

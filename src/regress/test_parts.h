@@ -33,7 +33,7 @@ struct FormCovariance {
   // that of a hypothesis which is among the restrictions of the estimate.
   double rounding(std::span<const double> G, int i) const;
   // Scales and factors V. IFAULT: the row whose form is without variance or depends on those above.
-  int factor(std::span<const double> G, std::span<const double> C);
+  int factor(std::span<const double> G, std::span<const double> C) const;
   // x := (G C G')^-1 x, after factor().
   void solve(std::span<double> x) const;
   // x := L^-1 S x for the scaled factor L: x'(G C G')^-1 x is then the sum of squares.

@@ -159,7 +159,7 @@ double FormCovariance::rounding(std::span<const double> G, int i) const {
   return 16.0 * MACOM.EPSNEG * K * sum * sum;
 }
 
-int FormCovariance::factor(std::span<const double> G, std::span<const double> C) {
+int FormCovariance::factor(std::span<const double> G, std::span<const double> C) const {
   form(G, C);
   for (int i = 1; i <= q; ++i) {
     const double v = V[packed(i, i)];

@@ -211,6 +211,13 @@ TEST(MLE, StabilityAtItsBound) {
   EXPECT_EQ(b[3], 2.0);
 }
 
+// Heavy tails drive the cumulants of Edgeworth's series up without end; the law is none then.
+TEST(MLE, EdgeworthSeriesBelowZero) {
+  const std::string line = "NO DENSITY: IT IS NEGATIVE WITHIN THE RANGE OF THE RESIDUALS";
+  EXPECT_TRUE(holds(run_commands(DATA + "MLE HEAVY X1 X2 / TYPE=EDGE\n"), line));
+  EXPECT_FALSE(holds(run_commands(DATA + "MLE LIN X1 X2 / TYPE=EDGE\n"), line));
+}
+
 // stable.R beside the values made them from another integral.
 TEST(StableDensity, AgainstOtherIntegral) {
   struct Case {

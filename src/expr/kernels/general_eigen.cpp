@@ -115,9 +115,9 @@ struct Qr {
 
   int run();
   std::int64_t small_subdiagonal(std::int64_t high) const;
-  void one(std::int64_t high);
-  void pair(std::int64_t high);
-  void sweep(std::int64_t low, std::int64_t high, double x, double y, double w);
+  void one(std::int64_t high) const;
+  void pair(std::int64_t high) const;
+  void sweep(std::int64_t low, std::int64_t high, double x, double y, double w) const;
 };
 
 // First row of the block that ends with row `high`: its subdiagonal element counts as zero.
@@ -131,14 +131,14 @@ std::int64_t Qr::small_subdiagonal(std::int64_t high) const {
   return l;
 }
 
-void Qr::one(std::int64_t high) {
+void Qr::one(std::int64_t high) const {
   h(high, high) += shift;
   re[static_cast<std::size_t>(high)] = h(high, high);
   im[static_cast<std::size_t>(high)] = 0.0;
 }
 
 // The two values of the last block; real ones are rotated apart.
-void Qr::pair(std::int64_t high) {
+void Qr::pair(std::int64_t high) const {
   const std::int64_t n = h.n;
   const std::int64_t k = high - 1;
   const auto place = static_cast<std::size_t>(k);
@@ -177,7 +177,7 @@ void Qr::pair(std::int64_t high) {
 }
 
 // A double step on rows low..high with the shifts of x + y and x y - w.
-void Qr::sweep(std::int64_t low, std::int64_t high, double x, double y, double w) {
+void Qr::sweep(std::int64_t low, std::int64_t high, double x, double y, double w) const {
   const std::int64_t n = h.n;
   // Two small subdiagonal elements one behind the other: the step may begin between them.
   double p = 0.0;
@@ -314,11 +314,11 @@ struct Vectors {
 
   double value(std::int64_t i) const { return re[static_cast<std::size_t>(i)]; }
   double imaginary(std::int64_t i) const { return im[static_cast<std::size_t>(i)]; }
-  void real_vector(std::int64_t k);
-  void complex_vector(std::int64_t k);
+  void real_vector(std::int64_t k) const;
+  void complex_vector(std::int64_t k) const;
 };
 
-void Vectors::real_vector(std::int64_t k) {
+void Vectors::real_vector(std::int64_t k) const {
   double* x = h.column(k);
   const double p = value(k);
   x[k] = 1.0;
@@ -351,7 +351,7 @@ void Vectors::real_vector(std::int64_t k) {
 }
 
 // Columns k-1 and k get the real and the imaginary part of the vector of the value p + q i.
-void Vectors::complex_vector(std::int64_t k) {
+void Vectors::complex_vector(std::int64_t k) const {
   double* x = h.column(k - 1);
   double* y = h.column(k);
   const double p = value(k);

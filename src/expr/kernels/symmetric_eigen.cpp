@@ -165,7 +165,7 @@ void form_vectors(double* a, std::int64_t n, const double* tau, const VectorLane
 
 }  // namespace
 
-std::int64_t symmetric_eigen_words(std::int64_t n) { return 3 * n + 2 * (MOST_SWEEPS + 1) * n; }
+std::int64_t symmetric_eigen_words(std::int64_t n) { return (5 + std::int64_t{2} * MOST_SWEEPS) * n; }
 
 int symmetric_eigen(double* a, int n, bool vectors, std::span<double> values,
                     std::span<double> work) {
