@@ -66,8 +66,8 @@ bool load_columns(Workspace ws, NlEquation& eq, int first, int end) {
 }  // namespace
 
 void keep_for_forecasts(const NlModel& m) {
-  KEPT.equations.resize(m.eq.size());
-  for (std::size_t j = 0; j < m.eq.size(); ++j) {
+  KEPT.equations.resize(m.texts.size());  // m.eq may hold more, of an earlier command
+  for (std::size_t j = 0; j < m.texts.size(); ++j) {
     const int dependent = m.eq[j].dependent;
     const int order = static_cast<int>(j) + 1;
     KEPT.equations[j] = {
