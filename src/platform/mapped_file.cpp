@@ -37,7 +37,8 @@ std::uintptr_t page_size() {
 Region* region_of(std::uintptr_t place) {
   for (Region& r : regions) {
     const std::uintptr_t begin = r.begin.load(std::memory_order_acquire);
-    if (begin != 0 && place >= begin && place < r.end.load(std::memory_order_relaxed)) return &r;
+    const std::uintptr_t end = r.end.load(std::memory_order_relaxed) + page_size();
+    if (begin != 0 && place >= begin && place < end) return &r;
   }
   return nullptr;
 }
@@ -59,7 +60,7 @@ void on_fault(int number, siginfo_t* what, void* context) {
   const auto place = reinterpret_cast<std::uintptr_t>(what->si_addr);
   Region* const region = what->si_code == BUS_ADRERR ? region_of(place) : nullptr;
   const bool ours = region != nullptr && replace_page(*region, place);
-  if (ours) region->cut.store(true);
+  if (ours && place < region->end.load()) region->cut.store(true);
   errno = kept;
   if (ours) return;
   if ((before.sa_flags & SA_SIGINFO) != 0) {
@@ -103,15 +104,9 @@ void leave(int slot) {
 }  // namespace
 
 bool MappedFile::map(int fd, std::size_t n) {
-  // A page of zeros behind the text, whatever its size is.
-  void* const p = mmap(nullptr, n + page_size(), PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  // A page behind the text, whatever its size is. It comes into being when it is looked at.
+  void* const p = mmap(nullptr, n + page_size(), PROT_READ, MAP_PRIVATE, fd, 0);
   if (p == MAP_FAILED) return false;
-  if (mmap(p, n, PROT_READ, MAP_PRIVATE | MAP_FIXED, fd, 0) == MAP_FAILED) {
-    const int error = errno;
-    munmap(p, n + page_size());
-    errno = error;
-    return false;
-  }
   slot_ = enter(static_cast<char*>(p), n);
   fd_ = slot_ < 0 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0);
   if (fd_ < 0) {

@@ -19,7 +19,7 @@ class MappedFile {
   // Maps the first n bytes of the open file, once; n > 0. False when the system refuses it or too
   // many files are mapped: the caller reads the file in another way then.
   bool map(int fd, std::size_t n);
-  // The text; a character of value 0 may be read behind it.
+  // The text; one character may be read behind it, a 0 or a line end.
   std::string_view text() const { return {start_, size_}; }
   // True when the file has lost a part of the text, or the system could not read it.
   bool cut_off() const;
