@@ -349,7 +349,7 @@ void print_choices(Workspace ws, const LimModel& m) {
     strip.fill(' ');
     const double P = fitted_probability(m, t, 1);
     strip[static_cast<std::size_t>(y == 1.0 ? columns - 1 : 0)] = 'X';
-    strip[static_cast<std::size_t>((columns - 1) * P + 0.5)] = '*';
+    strip[static_cast<std::size_t>(std::lround((columns - 1) * P))] = '*';
     const std::string_view text(strip.data(), static_cast<std::size_t>(columns));
     Line row;
     if (wide)

@@ -154,7 +154,7 @@ struct Annealing {
   }
 
   // Step lengths that let about half of the trials through.
-  void adjust_steps(int cycles) {
+  void adjust_steps(int cycles) const {
     for (std::size_t i = 0; i < VM.size(); ++i) {
       const double ratio = accepted[i] / cycles;
       if (ratio > 0.6)

@@ -38,7 +38,7 @@ struct Damped {
     return std::sqrt(sum);
   }
   // D: the largest norm that each column has had.
-  void widen_scale() {
+  void widen_scale() const {
     for (int j = 0; j < p; ++j) {
       double& d = D[static_cast<std::size_t>(j)];
       d = std::max(d, column_norm(j));

@@ -99,7 +99,7 @@ void HessianFactors::direction(std::span<const double> g, std::span<double> s) c
   }
 }
 
-bool HessianFactors::update(std::span<double> v, double factor) {
+bool HessianFactors::update(std::span<double> v, double factor) const {
   for (const double e : v) {
     if (!std::isfinite(e)) return false;
   }
@@ -142,7 +142,7 @@ bool HessianFactors::update(std::span<double> v, double factor) {
   return true;
 }
 
-bool HessianFactors::factorise(std::span<const double> packed_matrix) {
+bool HessianFactors::factorise(std::span<const double> packed_matrix) const {
   for (int j = 0; j < n; ++j) {
     double* const column = LD.data() + column_place(n, j);
     for (int i = j; i < n; ++i) column[i - j] = packed_matrix[packed(i + 1, j + 1)];

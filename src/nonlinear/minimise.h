@@ -58,9 +58,9 @@ struct HessianFactors {
   void direction(std::span<const double> g, std::span<double> s) const;
   // L D L' := L D L' + factor v v' (v is destroyed). False when the result is not positive
   // definite; the factors are then as before. Gill and Murray (1972), Fletcher and Powell (1974).
-  bool update(std::span<double> v, double factor);
+  bool update(std::span<double> v, double factor) const;
   // The factors of a packed symmetric matrix; false when it is not positive definite.
-  bool factorise(std::span<const double> packed_matrix);
+  bool factorise(std::span<const double> packed_matrix) const;
   // inverse (packed n) := (L D L')^-1.
   void inverse(std::span<double> packed_inverse) const;
 };

@@ -19,7 +19,7 @@ namespace {
 constexpr double NONE = std::numeric_limits<double>::quiet_NaN();
 constexpr int KINDS = 4;        // Divisia, Paasche, Laspeyres, Fisher
 constexpr int ROW = KINDS + 1;  // ... and the expenditure of an observation
-constexpr std::array<std::string_view, 2 * KINDS> STORED = {
+constexpr std::array<std::string_view, std::size_t{2}* KINDS> STORED = {
     "DIVISIA", "PAASCHE", "LASPEYRES", "FISHER", "QDIVISIA", "QPAASCHE", "QLASPEYRES", "QFISHER"};
 
 // A good at one observation, in the roles of the formulas: under QUANTITY p and q have changed

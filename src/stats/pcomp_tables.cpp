@@ -220,7 +220,7 @@ void print_factors(Workspace ws, PcJob& job, std::span<double> work) {
 
 PcColumn pc_column(const PcJob& job, int i) {
   const SeriesMoments& m = job.moments[static_cast<std::size_t>(i)];
-  const double N = static_cast<double>(job.N);
+  const auto N = static_cast<double>(job.N);
   switch (job.form) {
     case PcForm::Covariance:
       return {m.mean, 1.0};

@@ -127,7 +127,7 @@ void first_pass(const SeriesRows& s, const Taking& taking, std::int64_t from, st
     sum.add(total);
     n += b.n;
   }
-  const double count = static_cast<double>(n);
+  const auto count = static_cast<double>(n);
   const double words[PART] = {
       sum.high, sum.low, s.weight == nullptr ? count : weights.value(), count,
       least,    most,    static_cast<double>(loader.no_number),         0.0};
