@@ -262,6 +262,7 @@ bool means_crypt(std::string word) {
 // The first pass phrase from `from` on. The line must hold the word SET, or belong to a SET without
 // a word of its own.
 bool find_secret(std::string_view line, std::size_t from, SecretPlace& place) {
+  if (line.find('=') == std::string_view::npos) return false;  // no value in it
   bool set = !OSCOM.OKOD && INPCOM.LASKOD == K_SET;
   for (std::size_t at = 0; at < line.size();) {
     if (!word_char(line[at])) {
