@@ -197,7 +197,7 @@ void Decomposition::sort() const {
 }  // namespace
 
 int SVD(double* a, std::int64_t rows, int columns, std::int64_t ld, std::span<double> values,
-        double* v, bool left, std::span<double> work) {
+        double* v, bool left, std::span<double> work) {  // NOLINT: v is written by d
   if (columns < 1) return 0;
   // 1. A power of two brings the largest element near 1, so that no square leaves the range.
   double largest = 0.0;
