@@ -66,17 +66,6 @@ Cells cells_of(Workspace ws, int var) {
   return c;
 }
 
-// The variable to which a compound index belongs, and its column; column 0 for a whole variable.
-struct Owner {
-  int var = 0;
-  int column = 0;
-};
-Owner owner_of(int var) {
-  if (var <= 2 * DATCOM.MAXVAR) return {var, 0};
-  const int column = (var - 1) % DATCOM.MXCOL + 1;
-  return {(var - column) / DATCOM.MXCOL, column};
-}
-
 // ---- What is copied
 
 struct Source {

@@ -343,6 +343,12 @@ bool bad_option_value(std::string_view word) {
   return false;
 }
 
+void warn_idle_options(std::span<const IdleOption> options) {
+  for (const IdleOption& o : options) {
+    if (o.idle) warn<"(' ...WARNING..OPTION ', A, ' COUNTS ONLY WITH ', A)">(o.word, o.needs);
+  }
+}
+
 bool incompatible_options() {
   fail(" ...ERROR..INCOMPATIBLE OPTIONS ");
   return false;

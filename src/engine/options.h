@@ -237,6 +237,12 @@ class KeptNames {
 // The refusals that commands share; the first two return false.
 bool bad_option_value(std::string_view word);
 bool incompatible_options();
+// Options that were given but count only beside another one that was not.
+struct IdleOption {
+  bool idle;
+  std::string_view word, needs;
+};
+void warn_idle_options(std::span<const IdleOption> options);
 // Was a name option of the table typed without a value? It is told.
 bool name_lacking(std::span<const OptionWord> table);
 

@@ -170,12 +170,8 @@ Place INFO(Workspace ws, int I) {
     return place;
   }
   if (I == 0 || I == DATCOM.MCON) return place;
-  int J = 0;
-  if (I > 2 * DATCOM.MAXVAR) {
-    J = I % DATCOM.MXCOL;
-    if (J == 0) J = DATCOM.MXCOL;
-    I = (I - J) / DATCOM.MXCOL;
-  }
+  const int J = owner_of(I).column;
+  I = owner_of(I).var;
   const int A = ws.KADD(I);
   place.IADD = A;
   if (A <= 0 || ws.VNAME(I)[0] == ' ') return place;
@@ -219,11 +215,7 @@ std::string_view NAME(Workspace ws, int I) {
   if (I == DATCOM.MCON) return "CONSTANT";
   if (I < -9000) I = -9000 - I;
   if (I < 0 && I >= -NTEMPS) return TEMPNAMES[static_cast<std::size_t>(-I - 1)];
-  if (I > 2 * DATCOM.MAXVAR) {
-    int J = I % DATCOM.MXCOL;
-    if (J == 0) J = DATCOM.MXCOL;
-    I = (I - J) / DATCOM.MXCOL;
-  }
+  I = owner_of(I).var;
   if (I < 1 || I > DATCOM.NVARS) return {};
   return right_trimmed(ws.VNAME(I));
 }

@@ -79,6 +79,17 @@ Workspace workspace();
 // count), 0 when there is none. `$NAME` finds a temporary: -(place+1).
 int VARNUM(Workspace ws, std::string_view name);
 
+// The variable to which a number or compound index belongs, and its column; column 0: the whole.
+struct Owner {
+  int var = 0;
+  int column = 0;
+};
+inline Owner owner_of(int I) {
+  if (I <= 2 * DATCOM.MAXVAR) return {I, 0};
+  const int column = (I - 1) % DATCOM.MXCOL + 1;
+  return {(I - column) / DATCOM.MXCOL, column};
+}
+
 // Where variable or column I lies. A column beyond the variable prints the size error.
 Place INFO(Workspace ws, int I);
 

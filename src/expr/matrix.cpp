@@ -27,13 +27,7 @@ Operand& temporary_operand(MatrixRun& run, int number) {
 }
 
 bool fetch_variable(MatrixRun& run, int number, Operand& x) {
-  int J = 0;
-  int I = number;
-  if (number > operand_limit()) {
-    J = number % DATCOM.MXCOL;
-    if (J == 0) J = DATCOM.MXCOL;
-    I = (number - J) / DATCOM.MXCOL;
-  }
+  const auto [I, J] = owner_of(number);
   const Place p = INFO(run.ws, I);
   if (p.ITYPE < SERIES || p.ITYPE > TRIANGLE || p.LEN < 1 || p.N2 < 1) {
     fail<"(' ...ERROR..', A, ' IS NOT A SERIES OR MATRIX')">(NAME(run.ws, I));

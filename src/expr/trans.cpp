@@ -30,10 +30,9 @@ bool find_source(Workspace ws, int entry, int column, bool recode, bool integrat
   if (entry < 0 && entry > -9000) return true;  // a $ temporary
   int number = entry < 0 ? -9000 - entry : entry;
   if (integrating && number == DATCOM.MAXVAR) return true;
-  if (number > 2 * DATCOM.MAXVAR) {
-    column = number % DATCOM.MXCOL;
-    if (column == 0) column = DATCOM.MXCOL;
-    number = (number - column) / DATCOM.MXCOL;
+  if (const Owner owner = owner_of(number); owner.column > 0) {
+    column = owner.column;
+    number = owner.var;
   }
   source.variable = number;
   if (number > DATCOM.NVARS) {  // the list and the table disagree: nothing can be trusted

@@ -100,16 +100,11 @@ bool check_options() {
 // Options that change nothing here are told.
 void warn_idle_options() {
   const AutCom& a = AUTCOM;
-  const struct {
-    bool idle;
-    std::string_view word, needs;
-  } rows[] = {
+  const IdleOption options[] = {
       {a.NMISS > 0 && a.GAP == 0, "NMISS", "GAP"},
       {Opt::given<"SRHO">() && a.ORDER + a.NUMARMA < 2, "SRHO", "ORDER OR NUMARMA"},
   };
-  for (const auto& r : rows) {
-    if (r.idle) warn<"(' ...WARNING..OPTION ', A, ' COUNTS ONLY WITH ', A)">(r.word, r.needs);
-  }
+  warn_idle_options(options);
   if (Opt::chosen<"II">()) warn(" ...WARNING..II OPTION HAS NO EFFECT");
 }
 

@@ -87,7 +87,8 @@ int listed_coefficient(Workspace ws, const ListItem& item) {
     fail<"(' ...ERROR..', A, ' IS NOT IN EQUATION')">(item.name);
     return 0;
   }
-  const int n = item.var > 2 * DATCOM.MAXVAR ? (item.var - 1) % DATCOM.MXCOL + 1 : item.column;
+  const int own = owner_of(item.var).column;
+  const int n = own > 0 ? own : item.column;
   const auto regressors = std::span(SAVED.list).first(SAVED.coef.size());
   const int place = find_coefficient(ws, regressors, item.name, n, SAVED.equations);
   if (place == 0) report_no_coefficient(ws, item.name, n);

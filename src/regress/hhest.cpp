@@ -5,6 +5,7 @@
 #include <cmath>
 #include <memory>
 
+#include "engine/options.h"
 #include "engine/output.h"
 #include "expr/kernels/gsreg.h"
 #include "expr/kernels/gsreg_lanes.h"
@@ -170,21 +171,15 @@ void tell_householder_space(std::int64_t words) {
 
 void warn_unused_tests() {
   const OlsCom& o = OLSCOM;
-  struct Reader {
-    const char* word;
-    bool given;
-  };
-  const Reader readers[] = {{"ORDER", o.ORDER != 1}, {"GAP", o.GAP != 0},
-                            {"NMISS", o.NMISS != 0}, {"MISS", o.MISS},
-                            {"INDW", o.INDW != 0.0}, {"RHO", o.RHO != 0.0}};
-  if (!o.DWPVALUE) {
-    for (const Reader& r : readers) {
-      if (r.given) warn<"(' ...WARNING..OPTION ', A, ' COUNTS ONLY WITH DWPVALUE')">(r.word);
-    }
-  }
-  if (o.PLUSH && o.METHOD != Method::HH) {
-    warn(" ...WARNING..OPTION PLUSH COUNTS ONLY WITH METHOD=HH");
-  }
+  const bool off = !o.DWPVALUE;
+  const IdleOption options[] = {{off && o.ORDER != 1, "ORDER", "DWPVALUE"},
+                                {off && o.GAP != 0, "GAP", "DWPVALUE"},
+                                {off && o.NMISS != 0, "NMISS", "DWPVALUE"},
+                                {off && o.MISS, "MISS", "DWPVALUE"},
+                                {off && o.INDW != 0.0, "INDW", "DWPVALUE"},
+                                {off && o.RHO != 0.0, "RHO", "DWPVALUE"},
+                                {o.PLUSH && o.METHOD != Method::HH, "PLUSH", "METHOD=HH"}};
+  warn_idle_options(options);
 }
 
 void HHCON() {

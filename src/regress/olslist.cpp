@@ -15,7 +15,8 @@ std::vector<ListItem> LISTED;
 std::vector<ListItem> SECOND;  // columns of the second half of a double-length regression
 
 bool is_column_of(int var, int matrix) {
-  return var > 2 * DATCOM.MAXVAR && matrix > 0 && var / DATCOM.MXCOL == matrix;
+  const Owner owner = owner_of(var);
+  return matrix > 0 && owner.column > 0 && owner.var == matrix;
 }
 
 // The listed variables, with the columns of listed matrices in place of the matrix.

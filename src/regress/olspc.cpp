@@ -16,8 +16,8 @@ namespace {
 int component_of(const ListItem& item) {
   if (OLSCOM.PCOMPONE == 0) return 0;
   if (item.var == OLSCOM.PCOMPONE) return 1;
-  const bool column = item.var > 2 * DATCOM.MAXVAR && item.var / DATCOM.MXCOL == OLSCOM.PCOMPONE;
-  return column ? item.var % DATCOM.MXCOL : 0;
+  const Owner owner = owner_of(item.var);
+  return owner.var == OLSCOM.PCOMPONE ? owner.column : 0;
 }
 
 }  // namespace

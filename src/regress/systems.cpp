@@ -111,10 +111,7 @@ bool settle_options() {
 // Options that change nothing here are told.
 void warn_idle_options(const SystemModel& model) {
   const SysCom& s = SYSCOM;
-  const struct {
-    bool idle;
-    std::string_view word, needs;
-  } rows[] = {
+  const IdleOption options[] = {
       {!s.AUTO && (s.DROP || s.fixed_rho || s.grid), s.DROP ? "DROP" : "RHO", "AUTO"},
       {Opt::given<"RHOINC">() && !s.grid, "RHOINC", "RHOMIN OR RHOMAX"},
       {!s.CONEXOGS && !model.instruments, "NOCONEXOGS", "EXOGENOUS VARIABLES"},
@@ -125,9 +122,7 @@ void warn_idle_options(const SystemModel& model) {
       {s.IR && !OLSCOM.RESTRICT, "IR", "RESTRICT"},
       {s.IR && OLSCOM.RESTRICT && s.ITER == 0, "IR", "ITER"},
   };
-  for (const auto& r : rows) {
-    if (r.idle) warn<"(' ...WARNING..OPTION ', A, ' COUNTS ONLY WITH ', A)">(r.word, r.needs);
-  }
+  warn_idle_options(options);
 }
 
 // The sample of the equations' columns: MBEG, MEND, NOB. False after an error.

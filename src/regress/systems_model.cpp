@@ -17,28 +17,6 @@ constexpr std::string_view NO_LAST_EQUATION =
 constexpr std::string_view NOT_OF_BLOCK =
     " ...ERROR..ABOVE COMMAND IGNORED, IS NOT ALLOWED AT THIS TIME";
 
-// Lines of the block are commands of their own; behind them SYSTEM is the current one again.
-class BlockOfEquations {
- public:
-  BlockOfEquations() : ikod_(INPCOM.IKOD), line_(INPCOM.KLINE), output_(OCOM.OPUT) {
-    std::copy(std::begin(INPCOM.COMWRD), std::end(INPCOM.COMWRD), word_);
-  }
-  BlockOfEquations(const BlockOfEquations&) = delete;
-  BlockOfEquations& operator=(const BlockOfEquations&) = delete;
-  ~BlockOfEquations() {
-    INPCOM.IKOD = ikod_;
-    INPCOM.KLINE = line_;
-    std::copy(std::begin(word_), std::end(word_), INPCOM.COMWRD);
-    OCOM.OPUT = output_;
-  }
-
- private:
-  int ikod_;
-  int line_;
-  bool output_;
-  char word_[sizeof INPCOM.COMWRD];
-};
-
 bool same_column(const ListItem& a, const ListItem& b) { return a.var == b.var && a.lag == b.lag; }
 
 bool listed(std::span<const ListItem> list, const ListItem& item) {
@@ -128,7 +106,7 @@ bool good_equation() {
 // there is no block: the person goes on at the prompt; without CONTINUE nothing is run any more.
 void pass_over_lines(Workspace ws, int left) {
   if (OSCOM.OTALK || !OSCOM.OCONT || left < 0) return;
-  const BlockOfEquations block;
+  const OpenBlock block;
   for (bool restricted = false;;) {
     INPUT(ws);
     if (RUNCOM.ended || OCOM.OEOF || stop_requested()) return;
@@ -188,7 +166,7 @@ bool next_equation(Workspace ws, int& left) {
 }
 
 bool read_equations(Workspace ws, int count, SystemModel& model) {
-  const BlockOfEquations block;
+  const OpenBlock block;
   if (OSCOM.OTALK && OCOM.OPUT) {
     say<"(' ENTER ', I0, ' OLS COMMANDS')">(count);
   }
@@ -256,7 +234,7 @@ void check_system(Workspace ws) {
   if (missing && equation_count(ws) == 0) return;
   int left = plain_count();
   const int line = INPCOM.KLINE;
-  const BlockOfEquations block;
+  const OpenBlock block;
   while (left > 0) {
     const int failures = RUNCOM.failures;
     OCOM.ODONT = OCOM.OERR = false;

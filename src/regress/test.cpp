@@ -15,8 +15,6 @@
 namespace korvel {
 namespace {
 
-int base_variable(int var) { return var > 2 * DATCOM.MAXVAR ? (var - 1) / DATCOM.MXCOL : var; }
-
 // What the compiler asks for names.
 struct NameContext {
   Workspace ws;
@@ -81,7 +79,7 @@ int find_coefficient(Workspace ws, std::span<const ListItem> list, std::string_v
     if (item.var == DATCOM.MCON) {
       same = name == "CONSTANT";
     } else if (item.var > 0) {
-      same = number > 0 && base_variable(item.var) == number;
+      same = number > 0 && owner_of(item.var).var == number;
       columns = columns || (same && item.var != number);
     } else {
       same = right_trimmed(item.name) == name;

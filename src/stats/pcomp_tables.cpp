@@ -333,10 +333,8 @@ void store_components(Workspace ws, const PcJob& job) {
     return NOCORE();
   }
   // A result that takes the place of a listed variable is made when that is no longer needed.
-  const bool in_the_way = std::ranges::any_of(SCNCOM.list(), [&](const ListItem& item) {
-    return item.var == option.var ||
-           (item.var > 2 * DATCOM.MAXVAR && item.var / DATCOM.MXCOL == option.var);
-  });
+  const bool in_the_way = std::ranges::any_of(
+      SCNCOM.list(), [&](const ListItem& item) { return owner_of(item.var).var == option.var; });
   const Scratch copy(ws, in_the_way ? job.rows * job.m : 0);
   if (!copy) return;
   if (in_the_way) all_components(job, copy.words().data(), job.rows);

@@ -84,7 +84,7 @@ bool add_variable(Workspace ws, StatJob& job, int var, std::string_view name) {
   }
   const bool matrix = place.ITYPE == MATRIX2 && place.columns() > 1;
   // A column that was listed by its number goes by it, as the columns of MATRIX do.
-  const int listed = var > 2 * DATCOM.MAXVAR ? (var - 1) % DATCOM.MXCOL + 1 : 0;
+  const int listed = owner_of(var).column;
   if (place.ITYPE >= STRING5 || (StatOption::chosen<"MATRIX">() && place.ITYPE > MATRIX2)) {
     return add_column(job, var, nullptr, 0, name, 0);
   }

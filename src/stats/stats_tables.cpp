@@ -105,12 +105,9 @@ void print_sample_sizes(const StatJob& job) {
 
 void give_result(Workspace ws, StatJob& job, const NameOption& option, VarType type,
                  std::span<const double> values, int columns) {
-  const auto base = [](int var) {
-    return var > 2 * DATCOM.MAXVAR ? (var - 1) / DATCOM.MXCOL : var;
-  };
-  const int var = base(option.var);
-  const auto read = [&](const StatColumn& c) { return base(c.var) == var; };
-  if (var > 0 && (base(job.weight_var) == var || std::ranges::any_of(job.columns, read))) {
+  const int var = owner_of(option.var).var;
+  const auto read = [&](const StatColumn& c) { return owner_of(c.var).var == var; };
+  if (var > 0 && (owner_of(job.weight_var).var == var || std::ranges::any_of(job.columns, read))) {
     job.late.push_back({&option, type, {values.begin(), values.end()}, columns});
   } else {
     store_result(ws, option, type, values, columns);
